@@ -1,0 +1,461 @@
+// Reading and writing JSON text: round trips of generated documents, exact
+// output, number kinds, malformed text and values that JSON cannot hold.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBData.h"
+#include "NymbrelCore/NYBDate.h"
+#include "NymbrelCore/NYBDecimal.h"
+#include "NymbrelCore/NYBDictionary.h"
+#include "NymbrelCore/NYBJSONSerialization.h"
+#include "NymbrelCore/NYBURL.h"
+
+namespace nyb {
+namespace {
+
+using Kind = NYBDynamicValue::Kind;
+
+NYBDynamicValue parse(std::string_view text, std::shared_ptr<NYBError>* error = nullptr) {
+  return NYBJSONSerialization::JSONObjectWithData(text, error);
+}
+
+std::string write(const NYBDynamicValue& value) {
+  std::shared_ptr<NYBError> error;
+  auto text = NYBJSONSerialization::dataWithJSONObject(value, &error);
+  EXPECT_TRUE(text.has_value()) << (error ? error->localizedDescription() : "no error");
+  return text.value_or("");
+}
+
+std::string writeFailure(const NYBDynamicValue& value) {
+  std::shared_ptr<NYBError> error;
+  auto text = NYBJSONSerialization::dataWithJSONObject(value, &error);
+  EXPECT_FALSE(text.has_value()) << *text;
+  EXPECT_FALSE(NYBJSONSerialization::isValidJSONObject(value));
+  if (!error) {
+    ADD_FAILURE() << "no error";
+    return "";
+  }
+  EXPECT_EQ(error->domain(), kNYBCocoaErrorDomain);
+  EXPECT_EQ(error->code(), kNYBPropertyListWriteInvalidError);
+  return error->localizedDescription();
+}
+
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+NYBDynamicValue nestedValue(std::size_t depth) {
+  NYBDynamicValue value = NYBArray{};
+  for (std::size_t i = 1; i < depth; ++i) value = NYBArray{value};
+  return value;
+}
+
+// Random documents of every kind JSON holds.
+class DocumentGenerator {
+ public:
+  explicit DocumentGenerator(std::uint64_t seed) : random_(seed) {}
+
+  NYBDynamicValue document() { return below(2) ? dictionary(0) : array(0); }
+
+ private:
+  std::uint64_t below(std::uint64_t n) { return random_() % n; }
+
+  NYBDynamicValue value(int depth) {
+    switch (below(depth < 5 ? 9 : 7)) {
+      case 0:
+        return NYBDynamicValue::null();
+      case 1:
+        return NYBDynamicValue(below(2) == 1);
+      case 2:
+        return string();
+      case 3:
+        return integer();
+      case 4:
+      case 5:
+        return real();
+      case 6:
+        return string();
+      case 7:
+        return dictionary(depth + 1);
+      default:
+        return array(depth + 1);
+    }
+  }
+
+  NYBDynamicValue dictionary(int depth) {
+    NYBDictionary dictionary;
+    for (auto n = below(8); n > 0; --n) dictionary.set(string(), value(depth));
+    return dictionary;
+  }
+
+  NYBDynamicValue array(int depth) {
+    NYBArray array;
+    for (auto n = below(8); n > 0; --n) array.append(value(depth));
+    return array;
+  }
+
+  NYBDynamicValue integer() {
+    switch (below(4)) {
+      case 0:
+        return static_cast<std::int64_t>(random_());
+      case 1:  // above INT64_MAX
+        return random_() | (std::uint64_t{1} << 63);
+      case 2:
+        return static_cast<std::int64_t>(below(2000)) - 1000;
+      default: {
+        constexpr std::int64_t kEdges[] = {0, std::numeric_limits<std::int64_t>::min(),
+                                           std::numeric_limits<std::int64_t>::max()};
+        return kEdges[below(3)];
+      }
+    }
+  }
+
+  NYBDynamicValue real() {
+    switch (below(5)) {
+      case 0: {  // any finite bit pattern, subnormals included
+        double d;
+        do {
+          std::uint64_t bits = random_();
+          std::memcpy(&d, &bits, sizeof d);
+        } while (!std::isfinite(d));
+        return d;
+      }
+      case 1:  // two-decimal figures, as measurements look
+        return static_cast<double>(static_cast<std::int64_t>(below(2000000)) - 1000000) / 100;
+      case 2:  // integral reals on both sides of 2^53
+        return std::ldexp(static_cast<double>(below(1u << 20) + 1), static_cast<int>(below(70)));
+      case 3:
+        return std::uniform_real_distribution<double>(-1, 1)(random_);
+      default: {
+        constexpr double kEdges[] = {
+            0.0, -0.0, 5e-324, 2.2250738585072014e-308, 1.7976931348623157e308, 0.1, 1e21, 1e-7};
+        return kEdges[below(8)];
+      }
+    }
+  }
+
+  NYBDynamicValue string() {
+    std::string text;
+    for (auto n = below(4) == 0 ? below(60) : below(10); n > 0; --n) appendCodePoint(text);
+    return NYBDynamicValue(std::move(text));
+  }
+
+  void appendCodePoint(std::string& text) {
+    std::uint32_t c;
+    switch (below(8)) {
+      case 0:
+        c = static_cast<std::uint32_t>(below(0x20));  // controls, NUL included
+        break;
+      case 1:
+        c = "\"\\/"[below(3)];
+        break;
+      case 2:
+        c = static_cast<std::uint32_t>(0x80 + below(0x800 - 0x80));
+        break;
+      case 3:
+        do {
+          c = static_cast<std::uint32_t>(0x800 + below(0x10000 - 0x800));
+        } while (c >= 0xD800 && c <= 0xDFFF);
+        break;
+      case 4:
+        c = static_cast<std::uint32_t>(0x10000 + below(0x110000 - 0x10000));
+        break;
+      default:
+        c = static_cast<std::uint32_t>(0x20 + below(0x60));
+    }
+    if (c < 0x80) {
+      text += static_cast<char>(c);
+    } else if (c < 0x800) {
+      text += static_cast<char>(0xC0 | (c >> 6));
+      text += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      text += static_cast<char>(0xE0 | (c >> 12));
+      text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      text += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      text += static_cast<char>(0xF0 | (c >> 18));
+      text += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      text += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+
+  std::mt19937_64 random_;
+};
+
+TEST(JSONSerialization, GeneratedDocumentsSurviveWriteAndReadExactly) {
+  DocumentGenerator generator(0x5EED);
+  for (int i = 0; i < 600; ++i) {
+    const NYBDynamicValue original = generator.document();
+    ASSERT_TRUE(NYBJSONSerialization::isValidJSONObject(original));
+    const std::string text = write(original);
+    std::shared_ptr<NYBError> error;
+    const NYBDynamicValue read = parse(text, &error);
+    ASSERT_TRUE(read.isPresent()) << text << "\n" << error->localizedDescription();
+    ASSERT_EQ(read, original) << text;
+    // Equality compares numbers by value; the text shows any lost bit.
+    ASSERT_EQ(write(read), text);
+  }
+}
+
+TEST(JSONSerialization, WritesCompactEscapedTextInKeyOrder) {
+  NYBDictionary dictionary;
+  dictionary.append("zeta", 1);
+  dictionary.append("alpha", NYBArray{true, false, NYBDynamicValue::null()});
+  dictionary.append("text", "q\"b\\s/\b\f\n\r\t\x01\x1f\x7f é 😀");
+  dictionary.append(std::string("nul\0", 4), std::string("a\0b", 3));
+  dictionary.append("sum", 0.1 + 0.2);
+  dictionary.append("big", 1e300);
+  dictionary.append("negativeZero", -0.0);
+  dictionary.append("min", std::numeric_limits<std::int64_t>::min());
+  dictionary.append("max", std::numeric_limits<std::uint64_t>::max());
+  dictionary.append("seventy", 70.0);
+  dictionary.append("twoTo63", 9223372036854775808.0);
+  dictionary.append("tiny", 5e-324);
+  dictionary.append("decimal", NYBDecimal::fromString("98.60"));
+  dictionary.append("empty", NYBArray{NYBDictionary{}, NYBArray{}, ""});
+  dictionary.append("skipsAbsent", NYBArray{1, NYBDynamicValue(), 2});
+  EXPECT_EQ(write(dictionary),
+            R"({"zeta":1,"alpha":[true,false,null],)"
+            R"("text":"q\"b\\s/\b\f\n\r\t\u0001\u001F)"
+            "\x7f é 😀\","
+            R"("nul\u0000":"a\u0000b","sum":0.30000000000000004,"big":1e+300,"negativeZero":-0,)"
+            R"("min":-9223372036854775808,"max":18446744073709551615,"seventy":70,)"
+            R"("twoTo63":9.223372036854776e+18,"tiny":5e-324,"decimal":98.6,)"
+            R"("empty":[{},[],""],"skipsAbsent":[1,2]})");
+}
+
+TEST(JSONSerialization, ReadsNumbersIntoTheKindsThatHoldThemExactly) {
+  const NYBDynamicValue read = parse(
+      "[0, 9223372036854775807, -9223372036854775808, 9223372036854775808,"
+      " 18446744073709551615, 18446744073709551616, -9223372036854775809, -0, -0.0,"
+      " 1.5, 1E2, 0.30000000000000004, 9007199254740993.0, 2.2250738585072011e-308,"
+      " 4.9e-324, 1e-400, -1e-400, 1.7976931348623157e308, 0.000001e-10]");
+  ASSERT_TRUE(read.isArray());
+  const NYBArray& numbers = *read.array();
+  ASSERT_EQ(numbers.size(), 19u);
+  auto expectInteger = [](const NYBDynamicValue& v, std::int64_t expected) {
+    EXPECT_EQ(v.kind(), Kind::Integer);
+    EXPECT_EQ(v.integerValue(), expected);
+  };
+  auto expectReal = [](const NYBDynamicValue& v, double expected) {
+    EXPECT_EQ(v.kind(), Kind::Real);
+    EXPECT_EQ(v.doubleValue(), expected);
+    EXPECT_EQ(std::signbit(v.doubleValue()), std::signbit(expected));
+  };
+  expectInteger(numbers[0], 0);
+  expectInteger(numbers[1], std::numeric_limits<std::int64_t>::max());
+  expectInteger(numbers[2], std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(numbers[3].kind(), Kind::Unsigned);
+  EXPECT_EQ(numbers[3].unsignedValue(), std::uint64_t{1} << 63);
+  EXPECT_EQ(numbers[4].unsignedValue(), std::numeric_limits<std::uint64_t>::max());
+  expectReal(numbers[5], 18446744073709551616.0);
+  expectReal(numbers[6], -9223372036854775809.0);
+  expectReal(numbers[7], -0.0);
+  expectReal(numbers[8], -0.0);
+  expectReal(numbers[9], 1.5);
+  expectReal(numbers[10], 100);
+  expectReal(numbers[11], 0.30000000000000004);
+  expectReal(numbers[12], 9007199254740992.0);  // ties to even
+  expectReal(numbers[13], 2.2250738585072011e-308);
+  expectReal(numbers[14], 5e-324);
+  expectReal(numbers[15], 0.0);
+  expectReal(numbers[16], -0.0);
+  expectReal(numbers[17], 1.7976931348623157e308);
+  expectReal(numbers[18], 1e-16);
+}
+
+TEST(JSONSerialization, ReadsStringsAndKeepsKeyOrderWithTheLastOfRepeatedKeys) {
+  const NYBDynamicValue read = parse(
+      " \n\t{\"b\": \"\\u00e9\\ud83d\\ude00\\u0000\\/\", \"a\": {\"c\": []}, \"b\": 2,"
+      " \"long key that is not held inline\": \"é😀\"}\r\n");
+  ASSERT_TRUE(read.isDictionary());
+  const NYBDictionary& dictionary = *read.dictionary();
+  EXPECT_EQ(dictionary.stringKeys(),
+            (std::vector<std::string>{"b", "a", "long key that is not held inline"}));
+  EXPECT_EQ(dictionary["b"], NYBDynamicValue(2));
+  EXPECT_EQ(dictionary["a"], NYBDynamicValue(NYBDictionary{{"c", NYBArray{}}}));
+  EXPECT_EQ(dictionary["long key that is not held inline"], NYBDynamicValue("é😀"));
+  EXPECT_EQ(parse(R"(["\u00e9\ud83d\ude00\u0000\/"])"),
+            NYBDynamicValue(NYBArray{std::string("é😀\0/", 8)}));
+
+  // Many keys, repeated ones among them.
+  std::string text = "{";
+  for (int i = 0; i < 40; ++i) text += "\"k" + std::to_string(i) + "\":" + std::to_string(i) + ",";
+  text += R"("k5":"five","k0":null,"k5":"last"})";
+  const NYBDynamicValue many = parse(text);
+  ASSERT_TRUE(many.isDictionary());
+  const std::vector<std::string> keys = many.dictionary()->stringKeys();
+  ASSERT_EQ(keys.size(), 40u);
+  for (int i = 0; i < 40; ++i) EXPECT_EQ(keys[i], "k" + std::to_string(i));
+  EXPECT_EQ((*many.dictionary())["k5"], NYBDynamicValue("last"));
+  EXPECT_TRUE((*many.dictionary())["k0"].isNull());
+  EXPECT_EQ((*many.dictionary())["k39"], NYBDynamicValue(39));
+}
+
+TEST(JSONSerialization, MalformedTextGivesAnErrorAndNoValue) {
+  const std::string corpus[] = {
+      "",
+      " \n ",
+      "{",
+      "[",
+      "[1,]",
+      "[1 2]",
+      "[1,2",
+      "{\"a\" 1}",
+      "{\"a\":}",
+      "{1:2}",
+      "{\"a\":1,}",
+      "nul",
+      "[nul]",
+      "[tru]",
+      "1",
+      "\"x\"",
+      "true",
+      "null",
+      "-1.5",
+      "[1] x",
+      "[1][2]",
+      std::string("[1]\0[2]", 7),
+      std::string("[\"a\0b\"]", 7),
+      "[\"\xff\"]",
+      "[\"\xc3\"]",
+      "[\"\xc0\xaf\"]",
+      "[\"\xed\xa0\x80\"]",
+      "[\"\xf4\x90\x80\x80\"]",
+      "[\"\\ud800\"]",
+      "[\"\\udc00\"]",
+      "[\"\\ud800\\u0041\"]",
+      "[\"\\u12\"]",
+      "[\"\\x\"]",
+      "[\"a\nb\"]",
+      "[\"unterminated]",
+      "[1e400]",
+      "[-1e400]",
+      "[123456789012345678901234567890e300]",
+      "[1" + std::string(400, '0') + "]",
+      "[NaN]",
+      "[Infinity]",
+      "[-Infinity]",
+      "[01]",
+      "[1.]",
+      "[.5]",
+      "[+1]",
+      "[1e]",
+      "[0x10]",
+      "['a']",
+      "/* comment */ []",
+      "\xef\xbb\xbf[]",
+      nested(513),
+      std::string(100000, '['),
+      std::string(100000, '[') + std::string(100000, ']'),
+      std::string(50000, '{'),
+  };
+  for (const std::string& text : corpus) {
+    SCOPED_TRACE(text.substr(0, 40));
+    std::shared_ptr<NYBError> error;
+    EXPECT_TRUE(parse(text, &error).isAbsent());
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->domain(), kNYBCocoaErrorDomain);
+    EXPECT_EQ(error->code(), kNYBPropertyListReadCorruptError);
+    EXPECT_NE(error->localizedDescription().find("JSON text"), std::string::npos)
+        << error->localizedDescription();
+    EXPECT_TRUE(parse(text).isAbsent()) << "without an error pointer";
+  }
+
+  auto describe = [](std::string_view text) {
+    std::shared_ptr<NYBError> error;
+    parse(text, &error);
+    return error ? error->localizedDescription() : "no error";
+  };
+  EXPECT_EQ(describe(R"({"a":1 "b":2})"),
+            "The JSON text is not valid at offset 7: Missing a comma or '}' after an object "
+            "member.");
+  EXPECT_EQ(describe("1"), "The JSON text's top level must be an array or an object.");
+  EXPECT_EQ(describe("[1, 1e400]"), "A number in the JSON text is out of range at offset 4.");
+  EXPECT_EQ(describe("[0, 123456789012345678901234567890e300]"),
+            "A number in the JSON text is out of range at offset 4.");
+  EXPECT_EQ(describe(std::string("[1] \0 x", 7)),
+            "The JSON text is not valid at offset 4: The document root must not be followed by "
+            "other values.");
+  EXPECT_NE(describe("[\"\xff\"]").find("at offset 2"), std::string::npos);
+  EXPECT_NE(describe(nested(513)).find("nested too deeply"), std::string::npos);
+}
+
+TEST(JSONSerialization, NestingIsBoundedAtTheSameDepthBothWays) {
+  EXPECT_TRUE(parse(nested(512)).isArray());
+  EXPECT_EQ(parse(nested(512)), nestedValue(512));
+  EXPECT_EQ(write(nestedValue(512)), nested(512));
+  EXPECT_TRUE(parse(nested(513)).isAbsent());
+  EXPECT_NE(writeFailure(nestedValue(513)).find("nested"), std::string::npos);
+
+  std::string objects;
+  for (int i = 0; i < 512; ++i) objects += "{\"a\":";
+  objects += "1" + std::string(512, '}');
+  EXPECT_TRUE(parse(objects).isDictionary());
+}
+
+TEST(JSONSerialization, ValuesJSONCannotHoldFailToWrite) {
+  auto inArray = [](NYBDynamicValue v) { return NYBDynamicValue(NYBArray{1, std::move(v)}); };
+  auto inDictionary = [](NYBDynamicValue v) {
+    return NYBDynamicValue(NYBDictionary{{"a", NYBArray{NYBDictionary{{"b", std::move(v)}}}}});
+  };
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity();
+
+  EXPECT_EQ(writeFailure(inArray(NYBDate(0))), "Invalid type in JSON write (NYBDate).");
+  EXPECT_EQ(writeFailure(inDictionary(NYBData(std::string_view("x")))),
+            "Invalid type in JSON write (NYBData).");
+  EXPECT_EQ(writeFailure(inArray(*NYBURL::URLWithString("https://example.com"))),
+            "Invalid type in JSON write (NYBURL).");
+  const auto object = NYBError::errorWithDescription("d", 1, "e");
+  EXPECT_EQ(writeFailure(inDictionary(object)),
+            "Invalid type in JSON write (" + object->className() + ").");
+  EXPECT_EQ(writeFailure(inArray(nan)), "Invalid number value (NaN) in JSON write.");
+  EXPECT_EQ(writeFailure(inDictionary(-inf)), "Invalid number value (infinite) in JSON write.");
+  EXPECT_EQ(writeFailure(inArray(NYBDecimal::notANumber())),
+            "Invalid number value (NaN) in JSON write.");
+  EXPECT_EQ(writeFailure(NYBDictionary{{"a", 1}, {2, "b"}}),
+            "Invalid (non-string) key in JSON dictionary.");
+  EXPECT_EQ(writeFailure(inArray(NYBDictionary{{NYBDynamicValue::null(), 1}})),
+            "Invalid (non-string) key in JSON dictionary.");
+  EXPECT_NE(writeFailure(inArray("\xed\xa0\x80")).find("UTF-8"), std::string::npos);
+  EXPECT_NE(writeFailure(NYBDictionary{{"ok\xc3", 1}}).find("UTF-8"), std::string::npos);
+  for (const NYBDynamicValue& top :
+       {NYBDynamicValue(), NYBDynamicValue::null(), NYBDynamicValue("x"), NYBDynamicValue(1),
+        NYBDynamicValue(true), NYBDynamicValue(NYBDate(0))}) {
+    EXPECT_EQ(writeFailure(top), "Invalid top-level type in JSON write.");
+  }
+  // Nothing is left half-written in the next document.
+  EXPECT_EQ(write(NYBArray{1}), "[1]");
+  EXPECT_TRUE(NYBJSONSerialization::dataWithJSONObject(inArray(nan)) == std::nullopt);
+}
+
+TEST(JSONSerialization, ThreadsReadAndWriteAtTheSameTime) {
+  std::vector<std::thread> threads;
+  std::vector<int> failures(4);
+  for (std::size_t t = 0; t < failures.size(); ++t) {
+    threads.emplace_back([t, &failures] {
+      DocumentGenerator generator(t);
+      for (int i = 0; i < 100; ++i) {
+        const NYBDynamicValue document = generator.document();
+        auto text = NYBJSONSerialization::dataWithJSONObject(document);
+        if (!text || !(NYBJSONSerialization::JSONObjectWithData(*text) == document)) {
+          ++failures[t];
+        }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(failures, std::vector<int>(failures.size(), 0));
+}
+
+}  // namespace
+}  // namespace nyb

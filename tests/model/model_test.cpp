@@ -1,0 +1,249 @@
+// The model base: generic access, dictionaries, JSON mapping, copying,
+// equality and description, exercised through small test models.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBException.h"
+#include "NymbrelCore/NYBModel.h"
+#include "NymbrelCore/NYBReversibleValueTransformer.h"
+#include "support/TestModels.h"
+
+namespace nyb {
+namespace {
+
+using test::TestAddress;
+using test::TestEmployee;
+using test::TestPerson;
+
+constexpr double kMarch1st = 1456841109;  // 2016-03-01T14:05:09Z
+
+std::shared_ptr<TestPerson> samplePerson() {
+  auto person = std::make_shared<TestPerson>();
+  person->setName("Ada Lovelace");
+  person->birthday = NYBDate(kMarch1st);
+  auto address = std::make_shared<TestAddress>();
+  address->street = "1 Main St";
+  address->city = "London";
+  person->address = address;
+  person->tags = NYBDictionary{{"blood", "A+"}, {"steps", 1200}};
+  person->age = 36;
+  person->active = true;
+  return person;
+}
+
+TEST(ModelBase, TheBaseClassHasNoPropertiesAndAllItsInstancesAreEqual) {
+  EXPECT_TRUE(NYBModel::propertyKeys().empty());
+  EXPECT_EQ(NYBModel::JSONKeyPaths(), nullptr);
+  NYBModel a, b;
+  EXPECT_TRUE(a.JSONObject().empty());
+  EXPECT_TRUE(a.dictionaryValue().empty());
+  EXPECT_TRUE(a.isEqual(b));
+  EXPECT_EQ(a.hash(), 0u);
+  EXPECT_EQ(b.hash(), 0u);
+}
+
+TEST(ModelBase, PropertyKeysCoverTheClassAndItsAncestorsButNotTheBase) {
+  auto keys = TestEmployee::propertyKeys();
+  for (const char* name : {"name", "nickname", "age", "active", "employer"}) {
+    EXPECT_NE(std::find(keys.begin(), keys.end(), name), keys.end()) << name;
+  }
+  EXPECT_EQ(std::find(keys.begin(), keys.end(), "dictionaryValue"), keys.end());
+  EXPECT_EQ(keys.size(), TestPerson::propertyKeys().size() + 1);
+}
+
+TEST(ModelBase, GenericAccessRunsSettersBoxesScalarsAndRefusesWhatItCannotSet) {
+  TestPerson person;
+  person.setValue("Grace Hopper", "name");
+  EXPECT_EQ(person.nickname, NYBDynamicValue("Grace")) << "the setter's side effect must run";
+
+  person.setValue(NYBDynamicValue(std::uint64_t{85}), "age");
+  EXPECT_EQ(person.age, 85u);
+  EXPECT_EQ(person.valueForKey("age").kind(), NYBDynamicValue::Kind::Unsigned);
+  person.setValue(true, "active");
+  EXPECT_EQ(person.valueForKey("active").kind(), NYBDynamicValue::Kind::Boolean);
+
+  // A read-only property with a field is set through the field.
+  person.setValue("abc123", "identifier");
+  EXPECT_EQ(person.identifier, NYBDynamicValue("abc123"));
+
+  EXPECT_THROW(person.setValue(NYBDynamicValue(), "age"), NYBInvalidArgumentException);
+  EXPECT_EQ(person.age, 85u);
+  EXPECT_THROW(person.setValue("x", "noSuchKey"), NYBUnknownKeyException);
+  EXPECT_THROW(person.valueForKey("noSuchKey"), NYBUnknownKeyException);
+  // A derived property without setter or field is read, written to JSON, never set.
+  test::TestCircle circle;
+  circle.setValue(2, "radius");
+  EXPECT_EQ(circle.valueForKey("area"), NYBDynamicValue(12));
+  EXPECT_EQ(circle.JSONObject(), (NYBDictionary{{"r", 2}, {"area", 12}}));
+  EXPECT_THROW(circle.setValue(1, "area"), NYBUnknownKeyException);
+  EXPECT_THROW(circle.copy(), NYBUnknownKeyException) << "the copy sets every property";
+
+  // No kind checking: a number given for a string property stays a number.
+  person.setValue(42, "city");
+  EXPECT_EQ(person.city.kind(), NYBDynamicValue::Kind::Integer);
+  EXPECT_EQ(person.JSONObject()["city"].kind(), NYBDynamicValue::Kind::Integer);
+}
+
+TEST(ModelBase, DictionaryValueHoldsEveryPropertyWithNullMarkersForAbsentOnes) {
+  TestPerson person;
+  NYBDictionary values = person.dictionaryValue();
+  EXPECT_EQ(values.size(), TestPerson::propertyKeys().size());
+  EXPECT_TRUE(values["name"].isNull());
+  EXPECT_EQ(values["city"], NYBDynamicValue("Springfield"));
+  EXPECT_EQ(values["age"], NYBDynamicValue(0));
+}
+
+TEST(ModelBase, InitWithDictionaryAppliesValuesInOrderAndReadsNullAsAbsent) {
+  // The name's setter sets the nickname; a later explicit nickname wins.
+  auto person = TestPerson::modelWithDictionary(
+      {{"name", "Alan Turing"}, {"nickname", "Prof"}, {"city", NYBDynamicValue::null()}});
+  EXPECT_EQ(person->nickname, NYBDynamicValue("Prof"));
+  EXPECT_TRUE(person->city.isAbsent()) << "a null marker clears the initialiser's default";
+
+  EXPECT_THROW(TestPerson::modelWithDictionary({{"bogus", 1}}), NYBUnknownKeyException);
+  EXPECT_THROW(TestPerson::modelWithDictionary({{"age", NYBDynamicValue::null()}}),
+               NYBInvalidArgumentException);
+}
+
+TEST(ModelBase, JSONObjectFollowsTheKeyMapAndLeavesOutWhatIsUnset) {
+  auto person = samplePerson();
+  person->identifier = NYBDynamicValue::null();
+  NYBDictionary json = person->JSONObject();
+
+  std::vector<std::string> expectedOrder = {"name", "birth_day", "address", "tags", "city",
+                                            "age",  "active"};
+  EXPECT_EQ(json.stringKeys(), expectedOrder)
+      << "keys in key-map order; unset, null-marker, one-way-transformed-but-unset and "
+         "non-property keys left out";
+  EXPECT_EQ(json["birth_day"], NYBDynamicValue("2016-03-01T14:05:09+00:00"));
+  NYBDictionary address{{"street", "1 Main St"}, {"city", "London"}};
+  EXPECT_EQ(json["address"], NYBDynamicValue(address)) << "the reverse transformer nests it";
+  EXPECT_EQ(json["age"], NYBDynamicValue(36));
+  EXPECT_EQ(json["active"], NYBDynamicValue(true));
+  EXPECT_FALSE(json.contains("ghost"));
+  EXPECT_FALSE(json.contains("nickname"));
+
+  // A one-way transformer is ignored on the way out: the raw value is written.
+  person->kind = NYBArray{1, 2};
+  EXPECT_EQ(person->JSONObject()["kind"], NYBDynamicValue(NYBArray{1, 2}));
+}
+
+TEST(ModelBase, ModelFromJSONObjectKeepsDefaultsForMissingOrNullKeysUnlessATransformerAnswers) {
+  NYBDictionary json{{"name", "Ada Lovelace"},
+                     {"birth_day", "2016-03-01T09:05:09-05:00"},
+                     {"address", NYBDictionary{{"street", "1 Main St"}}},
+                     {"city", NYBDynamicValue::null()},
+                     {"age", 36},
+                     {"unmapped", "ignored"}};
+  auto person = TestPerson::modelFromJSONObject(json);
+  EXPECT_EQ(person->name, NYBDynamicValue("Ada Lovelace"));
+  EXPECT_EQ(person->nickname, NYBDynamicValue("Ada"));
+  EXPECT_EQ(person->birthday, NYBDynamicValue(NYBDate(kMarch1st)));
+  auto address = person->address.objectAs<TestAddress>();
+  ASSERT_TRUE(address);
+  EXPECT_EQ(address->street, NYBDynamicValue("1 Main St"));
+  EXPECT_EQ(person->city, NYBDynamicValue("Springfield")) << "null keeps the default";
+  EXPECT_EQ(person->age, 36u);
+  EXPECT_FALSE(person->active) << "a missing scalar keeps its default";
+  // The missing "kind" goes through its transformer, which answers for absent.
+  EXPECT_EQ(person->kind, NYBDynamicValue("Person"));
+
+  EXPECT_THROW(TestPerson::modelFromJSONObject(NYBArray{}), NYBInvalidArgumentException);
+  EXPECT_THROW(TestPerson::modelFromJSONObject(NYBDynamicValue()), NYBInvalidArgumentException);
+}
+
+TEST(ModelBase, ClassLevelOperationsDispatchOnTheReceivingClass) {
+  auto employee = TestEmployee::modelFromJSONObject(NYBDictionary{{"employer", "Navy"}});
+  ASSERT_EQ(&employee->classObject(), &TestEmployee::staticClass());
+  EXPECT_EQ(employee->kind, NYBDynamicValue("Employee"))
+      << "the inherited transformer must see the subclass's class object";
+  EXPECT_EQ(employee->employer, NYBDynamicValue("Navy"));
+  EXPECT_NE(TestEmployee::valueTransformerForKey("birthday"), nullptr) << "inherited";
+  EXPECT_EQ(TestEmployee::valueTransformerForKey("employer"), nullptr);
+  EXPECT_NE(TestPerson::valueTransformerForKey("birthday"),
+            TestPerson::valueTransformerForKey("birthday"))
+      << "a new transformer on every call";
+}
+
+TEST(ModelBase, JSONObjectRefusesAReverseTransformerThatGivesNothing) {
+  static const NYBModelClass brokenClass(
+      {"TestBroken", &NYBModel::staticClass(), [] { return std::make_shared<TestAddress>(); },
+       NYBPropertyTable::of<TestAddress>()
+           .field("street", &TestAddress::street)
+           .field("city", &TestAddress::city),
+       NYBKeyMap{{"street", "street"}, {"city", "city"}},
+       {{"streetTransformer",
+         [](const NYBModelClass&) {
+           return NYBValueTransformer::transformerUsingForwardBlock(
+               [](const NYBDynamicValue& v) { return v; },
+               [](const NYBDynamicValue&) { return NYBDynamicValue(); });
+         }},
+        {"cityTransformer", [](const NYBModelClass&) {
+           // Reversible class but no reverse function: writing JSON fails.
+           return NYBReversibleValueTransformer::transformerUsingForwardBlock(
+               [](const NYBDynamicValue& v) { return v; });
+         }}}});
+  // Reuse TestAddress's storage through a class object that maps it differently.
+  class Broken : public TestAddress {
+   public:
+    const NYBModelClass& classObject() const override { return brokenClass; }
+  };
+  Broken model;
+  model.street = "x";
+  EXPECT_THROW(model.JSONObject(), NYBInvalidArgumentException);
+  model.street = NYBDynamicValue();
+  model.city = "y";
+  EXPECT_THROW(model.JSONObject(), NYBInvalidArgumentException);
+  model.city = NYBDynamicValue();
+  EXPECT_TRUE(model.JSONObject().empty()) << "unset properties never reach a transformer";
+}
+
+TEST(ModelBase, CopiesAreEqualDistinctAndCarryUnsetPropertiesOver) {
+  auto person = samplePerson();
+  person->city = NYBDynamicValue();  // unset in the source: the copy must not get the default
+  auto copy = person->copyAs<TestPerson>();
+  EXPECT_NE(copy.get(), person.get());
+  EXPECT_TRUE(copy->isEqual(*person));
+  EXPECT_EQ(copy->hash(), person->hash());
+  EXPECT_TRUE(copy->city.isAbsent());
+  EXPECT_EQ(copy->address.object(), person->address.object()) << "copies are shallow";
+
+  copy->age = 37;
+  EXPECT_FALSE(copy->isEqual(*person));
+}
+
+TEST(ModelBase, EqualityNeedsTheExactClassAndEqualValues) {
+  TestPerson person;
+  TestEmployee employee;
+  EXPECT_FALSE(person.isEqual(employee));
+  EXPECT_FALSE(employee.isEqual(person));
+
+  TestPerson a, b;
+  a.setName("Ada");
+  b.setName("Ada");
+  EXPECT_TRUE(a.isEqual(b));
+  EXPECT_EQ(a.hash(), b.hash());
+  b.tags = NYBDictionary{{"x", 1}};
+  EXPECT_FALSE(a.isEqual(b));
+  EXPECT_FALSE(b.isEqual(a)) << "an absent value is never equal to a present one";
+  // Numbers compare by value across kinds.
+  a.tags = NYBDictionary{{"x", 1.0}};
+  EXPECT_TRUE(a.isEqual(b));
+  EXPECT_EQ(a.hash(), b.hash());
+}
+
+TEST(ModelBase, DescriptionNamesTheClassTheAddressAndTheValues) {
+  auto person = samplePerson();
+  std::string text = person->description();
+  EXPECT_TRUE(std::regex_search(text, std::regex("^<TestPerson: 0x[0-9a-f]+>\n\\{\n")))
+      << text;
+  EXPECT_NE(text.find("    name = \"Ada Lovelace\";\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("    age = 36;\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("    identifier = \"<null>\";\n"), std::string::npos) << text;
+}
+
+}  // namespace
+}  // namespace nyb

@@ -1,0 +1,107 @@
+// Value transformers and the shared formatters.
+#include <gtest/gtest.h>
+
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBException.h"
+#include "NymbrelCore/NYBFormatter.h"
+#include "NymbrelCore/NYBReversibleValueTransformer.h"
+#include "support/TimeZoneOverride.h"
+
+namespace nyb {
+namespace {
+
+constexpr double kMarch1st = 1456841109;  // 2016-03-01T14:05:09Z
+
+NYBDynamicValue emptyArrayForAbsent(const NYBDynamicValue& v) {
+  return v.isAbsent() ? NYBDynamicValue(NYBArray{}) : v;
+}
+
+TEST(ValueTransformer, FactoriesGiveTheClassThatDecidesReversal) {
+  auto oneWay = NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent);
+  EXPECT_EQ(&oneWay->classObject(), &NYBValueTransformer::staticClass());
+  EXPECT_FALSE(oneWay->allowsReverseTransformation());
+  EXPECT_FALSE(oneWay->reverseBlock());
+
+  // Two functions always give the reversible class, whatever class is asked.
+  auto twoWay = NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent,
+                                                                  emptyArrayForAbsent);
+  EXPECT_EQ(&twoWay->classObject(), &NYBReversibleValueTransformer::staticClass());
+  EXPECT_TRUE(twoWay->allowsReverseTransformation());
+
+  // Asked of the reversible class, one function gives a reversible transformer
+  // with no reverse function: it claims reversal and fails when asked.
+  auto trap = NYBReversibleValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent);
+  EXPECT_TRUE(trap->allowsReverseTransformation());
+  EXPECT_THROW(static_cast<NYBReversibleValueTransformer&>(*trap).reverseTransformedValue("x"),
+               NYBInvalidArgumentException);
+  auto trap2 = NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent, nullptr);
+  EXPECT_TRUE(trap2->allowsReverseTransformation());
+}
+
+TEST(ValueTransformer, BlocksSeeEveryValueAbsentIncluded) {
+  int calls = 0;
+  auto counting = [&calls](const NYBDynamicValue& v) {
+    ++calls;
+    return NYBDynamicValue(NYBArray{v.isAbsent() ? NYBDynamicValue("absent") : v});
+  };
+  auto transformer = NYBReversibleValueTransformer::transformerUsingReversibleBlock(counting);
+  auto& reversible = static_cast<NYBReversibleValueTransformer&>(*transformer);
+  EXPECT_EQ(reversible.transformedValue(7), NYBDynamicValue(NYBArray{7}));
+  EXPECT_EQ(reversible.reverseTransformedValue(7), NYBDynamicValue(NYBArray{7}));
+  EXPECT_EQ(reversible.transformedValue(NYBDynamicValue()), NYBDynamicValue(NYBArray{"absent"}));
+  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent)
+                ->transformedValue(NYBDynamicValue()),
+            NYBDynamicValue(NYBArray{}));
+}
+
+TEST(SharedFormatter, DateFormattersWriteAndReadTheFixedShapes) {
+  test::TimeZoneOverride zone("America/New_York");
+  NYBFormatter& shared = NYBFormatter::sharedFormatter();
+  NYBDate instant(kMarch1st);
+  EXPECT_EQ(shared.ISO8601DateTimeFormatter()->stringFromDate(instant),
+            "2016-03-01T14:05:09+00:00");
+  EXPECT_EQ(shared.ISO8601DateTimeFormatter()->dateFromString("2016-03-01T09:05:09-05:00"),
+            instant);
+  EXPECT_EQ(shared.ISO8601LocalDateTimeFormatter()->stringFromDate(instant),
+            "2016-03-01T09:05:09-05:00");
+  EXPECT_EQ(shared.ISO8601DateFormatter()->stringFromDate(instant), "2016-03-01");
+  EXPECT_EQ(shared.timeZoneFormatter()->stringFromDate(instant), "-05:00");
+  EXPECT_EQ(shared.ISO8601DateTimeFormatter()->dateFromString("2016-03-01 14:05:09"),
+            std::nullopt);
+  EXPECT_EQ(shared.ISO8601DateTimeFormatter()->stringFromDate(std::nullopt), std::nullopt);
+  {
+    test::TimeZoneOverride utc("UTC");
+    EXPECT_EQ(shared.timeZoneFormatter()->stringFromDate(instant), "+00:00");
+    EXPECT_EQ(shared.ISO8601DateTimeFormatter()->stringFromDate(instant),
+              "2016-03-01T14:05:09+00:00");
+  }
+}
+
+TEST(SharedFormatter, FormattersAreMadeOnceAndSettersInstallOrReset) {
+  NYBFormatter& shared = NYBFormatter::sharedFormatter();
+  EXPECT_EQ(&shared, &NYBFormatter::sharedFormatter());
+  auto first = shared.ISO8601DateTimeFormatter();
+  EXPECT_EQ(first, shared.ISO8601DateTimeFormatter());
+
+  auto mine = std::make_shared<NYBDateFormatter>();
+  mine->setDateFormat("yyyy");
+  shared.setISO8601DateTimeFormatter(mine);
+  EXPECT_EQ(shared.ISO8601DateTimeFormatter(), mine);
+  EXPECT_EQ(mine->dateFormat(), "yyyy") << "an installed formatter is never reconfigured";
+
+  shared.setISO8601DateTimeFormatter(nullptr);
+  auto fresh = shared.ISO8601DateTimeFormatter();
+  EXPECT_NE(fresh, mine);
+  EXPECT_NE(fresh, first);
+  EXPECT_EQ(fresh->dateFormat(), "yyyy-MM-dd'T'HH:mm:ssxxx");
+  EXPECT_EQ(fresh->timeZone(), "UTC");
+  EXPECT_EQ(fresh->locale(), "en_US_POSIX");
+  EXPECT_EQ(shared.timeZoneFormatter()->locale(), std::nullopt);
+  EXPECT_EQ(shared.ISO8601LocalDateTimeFormatter()->timeZone(), std::nullopt);
+  ASSERT_NE(shared.numberFormatter(), nullptr);
+  EXPECT_EQ(shared.numberFormatter(), shared.numberFormatter());
+}
+
+}  // namespace
+}  // namespace nyb

@@ -1,0 +1,159 @@
+#include "NymbrelCore/NYBDateFormatter.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "NymbrelCore/NYBException.h"
+#include "support/TimeZoneOverride.h"
+
+namespace nyb {
+namespace {
+
+constexpr double kMarch2016 = 1456841109;  // 2016-03-01 14:05:09 UTC
+constexpr double kJuly2016 = 1467381909;   // 2016-07-01 14:05:09 UTC
+const char* const kDateTime = "yyyy-MM-dd'T'HH:mm:ssxxx";
+
+std::unique_ptr<NYBDateFormatter> makeFormatter(const std::string& pattern,
+                                                std::optional<std::string> zone,
+                                                std::optional<std::string> locale = "en_US_POSIX") {
+  auto formatter = std::make_unique<NYBDateFormatter>();
+  formatter->setLocale(std::move(locale));
+  formatter->setDateFormat(pattern);
+  formatter->setTimeZone(std::move(zone));
+  return formatter;
+}
+
+TEST(NYBDateFormatterTest, WritesAndReadsDateTimesWithOffsets) {
+  const auto utc = makeFormatter(kDateTime, "UTC");
+  EXPECT_EQ(utc->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T14:05:09+00:00");
+  EXPECT_EQ(utc->dateFromString("2016-03-01T14:05:09+00:00"), NYBDate(kMarch2016));
+  // Any offset reads as the same instant.
+  EXPECT_EQ(utc->dateFromString("2016-03-01T09:05:09-05:00"), NYBDate(kMarch2016));
+  EXPECT_EQ(utc->dateFromString("2016-03-01T19:35:09+05:30"), NYBDate(kMarch2016));
+
+  const auto newYork = makeFormatter(kDateTime, "America/New_York");
+  EXPECT_EQ(newYork->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T09:05:09-05:00");
+  EXPECT_EQ(newYork->stringFromDate(NYBDate(kJuly2016)), "2016-07-01T10:05:09-04:00");
+
+  const auto day = makeFormatter("yyyy-MM-dd", "UTC");
+  EXPECT_EQ(day->stringFromDate(NYBDate(kMarch2016)), "2016-03-01");
+  EXPECT_EQ(day->dateFromString("2016-03-01"), NYBDate(kMarch2016 - (14 * 3600 + 5 * 60 + 9)));
+
+  // Fractions of a second survive to the millisecond; instants before 1970 work too.
+  const auto millis = makeFormatter("yyyy-MM-dd HH:mm:ss.SSS", "UTC");
+  EXPECT_EQ(millis->stringFromDate(NYBDate(kMarch2016 + 0.25)), "2016-03-01 14:05:09.250");
+  EXPECT_EQ(millis->dateFromString("2016-03-01 14:05:09.250"), NYBDate(kMarch2016 + 0.25));
+  EXPECT_EQ(millis->stringFromDate(NYBDate(-86400.5)), "1969-12-30 23:59:59.500");
+}
+
+TEST(NYBDateFormatterTest, TextThatDoesNotMatchTheWholePatternIsAbsent) {
+  const auto utc = makeFormatter(kDateTime, "UTC");
+  for (const char* text :
+       {"", "garbage", "2016-03-01", "2016-03-01T09:05", "2016-03-01T09:05:09",
+        "2016-03-01T09:05:09-05:00 and more", "2016-03-01 09:05:09-05:00",
+        "2016-02-30T09:05:09-05:00", "2016-03-01T25:05:09-05:00", "2016/03/01T09:05:09-05:00"}) {
+    EXPECT_EQ(utc->dateFromString(text), std::nullopt) << '"' << text << '"';
+  }
+  EXPECT_EQ(makeFormatter("yyyy-MM-dd", "UTC")->dateFromString("2016-03-01T00:00"), std::nullopt);
+
+  // Absent in, absent out; instants the calendar cannot express give absent too.
+  EXPECT_EQ(utc->stringFromDate(std::nullopt), std::nullopt);
+  EXPECT_EQ(utc->stringFromDate(NYBDate(NAN)), std::nullopt);
+  EXPECT_EQ(utc->stringFromDate(NYBDate(INFINITY)), std::nullopt);
+  EXPECT_EQ(utc->stringFromDate(NYBDate(1e300)), std::nullopt);
+
+  // A malformed pattern (an unquoted letter that is no field) makes nothing.
+  const auto malformed = makeFormatter("yyyy-MM-ddTHH", "UTC");
+  EXPECT_EQ(malformed->stringFromDate(NYBDate(kMarch2016)), std::nullopt);
+  EXPECT_EQ(malformed->dateFromString("2016-03-01T14"), std::nullopt);
+}
+
+TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
+  const auto offset = makeFormatter("xxx", std::nullopt, std::nullopt);
+  const auto local = makeFormatter(kDateTime, std::nullopt);
+  const auto fixed = makeFormatter("xxx", "Asia/Tokyo");
+  const std::string before = NYBDateFormatter::deviceTimeZoneID();
+  {
+    test::TimeZoneOverride zone("America/New_York");
+    EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), "America/New_York");
+    EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "-05:00");
+    EXPECT_EQ(offset->stringFromDate(NYBDate(kJuly2016)), "-04:00");
+    EXPECT_EQ(local->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T09:05:09-05:00");
+    EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+09:00");
+
+    NYBDateFormatter::setDeviceTimeZone("UTC");
+    EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "+00:00");
+    EXPECT_EQ(local->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T14:05:09+00:00");
+
+    NYBDateFormatter::setDeviceTimeZone("Asia/Kolkata");
+    EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "+05:30");
+    EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+09:00");
+
+    // A formatter that gives up its own zone follows the device from then on.
+    fixed->setTimeZone(std::nullopt);
+    EXPECT_EQ(fixed->timeZone(), std::nullopt);
+    EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+05:30");
+  }
+  EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), before);
+}
+
+TEST(NYBDateFormatterTest, SettingsAreKeptAndUnknownZonesRejected) {
+  NYBDateFormatter formatter;
+  EXPECT_EQ(formatter.locale(), std::nullopt);
+  EXPECT_EQ(formatter.timeZone(), std::nullopt);
+  formatter.setLocale("fr_FR");
+  formatter.setDateFormat("d MMMM yyyy");
+  formatter.setTimeZone("Europe/Paris");
+  EXPECT_EQ(formatter.locale(), "fr_FR");
+  EXPECT_EQ(formatter.dateFormat(), "d MMMM yyyy");
+  EXPECT_EQ(formatter.timeZone(), "Europe/Paris");
+  EXPECT_EQ(formatter.stringFromDate(NYBDate(kMarch2016)), "1 mars 2016");
+  EXPECT_TRUE(formatter.dateFromString("1 mars 2016").has_value());
+  EXPECT_EQ(formatter.dateFromString("1 March 2016"), std::nullopt);
+
+  formatter.setLocale("en_US_POSIX");
+  EXPECT_EQ(formatter.stringFromDate(NYBDate(kMarch2016)), "1 March 2016");
+
+  const std::string device = NYBDateFormatter::deviceTimeZoneID();
+  EXPECT_THROW(formatter.setTimeZone("Mars/Olympus_Mons"), NYBInvalidArgumentException);
+  EXPECT_EQ(formatter.timeZone(), "Europe/Paris");
+  EXPECT_THROW(NYBDateFormatter::setDeviceTimeZone("Mars/Olympus_Mons"),
+               NYBInvalidArgumentException);
+  EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), device);
+}
+
+TEST(NYBDateFormatterTest, OneFormatterServesManyThreadsWhileTheDeviceZoneChanges) {
+  test::TimeZoneOverride zone("UTC");
+  const auto utc = makeFormatter(kDateTime, "UTC");
+  const auto device = makeFormatter("xxx", std::nullopt);
+  std::atomic<bool> stop{false};
+  std::atomic<int> mismatches{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 300; ++i) {
+        const NYBDate date(kMarch2016 + t * 1000 + i);
+        const std::optional<std::string> text = utc->stringFromDate(date);
+        if (!text || utc->dateFromString(*text) != date) ++mismatches;
+        const std::optional<std::string> offset = device->stringFromDate(date);
+        if (offset != "+00:00" && offset != "-05:00") ++mismatches;
+      }
+    });
+  }
+  std::thread changer([&] {
+    for (int i = 0; !stop; ++i) NYBDateFormatter::setDeviceTimeZone(i % 2 ? "UTC" : "Etc/GMT+5");
+  });
+  for (auto& thread : threads) thread.join();
+  stop = true;
+  changer.join();
+  EXPECT_EQ(mismatches, 0);
+}
+
+}  // namespace
+}  // namespace nyb

@@ -1,0 +1,101 @@
+#include "NymbrelCore/NYBPlatformLog.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/Log.h"
+#include "support/LogCapture.h"
+
+namespace nyb {
+namespace {
+
+TEST(NYBPlatformLogTest, CapturedMessagesAreTheFormattedTextAlone) {
+  test::LogCapture capture;
+  log("NYBSession: no user");
+  log("Caught decoding exception: {}", std::string("truncated archive"));
+  log("{} {} {{literal}}", 404, "Not Found");
+  EXPECT_THAT(capture.lines(), testing::ElementsAre("NYBSession: no user",
+                                                    "Caught decoding exception: truncated archive",
+                                                    "404 Not Found {literal}"));
+  EXPECT_TRUE(capture.contains("404 Not Found {literal}"));
+  EXPECT_FALSE(capture.contains("404 Not Found"));
+  capture.clear();
+  EXPECT_TRUE(capture.lines().empty());
+}
+
+TEST(NYBPlatformLogTest, TheDefaultSinkWritesOneDatedLinePerMessageToStandardError) {
+  { test::LogCapture capture; }  // and restores the default on destruction
+  testing::internal::CaptureStderr();
+  NYBPlatformLog("first message");
+  NYBPlatformLog("second message\n");
+  const std::string written = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(written,
+              testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
+                                    "\\.[0-9]{3} platform_tests\\[[0-9]+:[0-9]+\\] "
+                                    "first message\n"
+                                    "[-0-9]{10} [:.0-9]{12} platform_tests\\[[0-9]+:[0-9]+\\] "
+                                    "second message\n"));
+}
+
+TEST(NYBPlatformLogTest, MessagesFromManyThreadsArriveWholeAndOnce) {
+  test::LogCapture capture;
+  constexpr int kThreads = 4;
+  constexpr int kMessages = 200;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < kMessages; ++i) log("thread {} message {}", t, i);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  const std::vector<std::string> lines = capture.lines();
+  EXPECT_EQ(lines.size(), std::size_t{kThreads * kMessages});
+  EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()).size(), lines.size());
+  EXPECT_TRUE(capture.contains("thread 3 message 199"));
+}
+
+TEST(NYBPlatformLogTest, AReplacedSinkIsNeverCalledAgain) {
+  std::atomic<bool> replaced{false};
+  std::atomic<int> lateCalls{0};
+  std::atomic<int> calls{0};
+  NYBSetPlatformLogSink([&](std::string_view) {
+    if (replaced) ++lateCalls;
+    ++calls;
+  });
+  std::atomic<bool> stop{false};
+  std::thread logger([&] {
+    while (!stop) NYBPlatformLog("busy");
+  });
+  while (calls < 50) std::this_thread::yield();
+  {
+    test::LogCapture capture;  // replaces the sink above while the thread logs
+    replaced = true;
+    while (capture.lines().size() < 50) std::this_thread::yield();
+    stop = true;
+    logger.join();
+  }
+  EXPECT_EQ(lateCalls, 0);
+}
+
+TEST(NYBPlatformLogTest, ASinkThatLogsDoesNotDeadlock) {
+  std::vector<std::string> seen;
+  NYBSetPlatformLogSink([&](std::string_view line) {
+    seen.emplace_back(line);
+    NYBPlatformLog("from inside the sink");  // goes to standard error
+  });
+  testing::internal::CaptureStderr();
+  NYBPlatformLog("outer");
+  const std::string written = testing::internal::GetCapturedStderr();
+  NYBSetPlatformLogSink(nullptr);
+  EXPECT_EQ(seen, std::vector<std::string>{"outer"});
+  EXPECT_THAT(written, testing::HasSubstr("] from inside the sink\n"));
+}
+
+}  // namespace
+}  // namespace nyb
