@@ -1,7 +1,12 @@
 #include <mutex>
 
+#include "NymbrelCore/NYBMeasurement.h"
+#include "NymbrelCore/NYBMedia.h"
 #include "NymbrelCore/NYBModel.h"
+#include "NymbrelCore/NYBRecord.h"
 #include "NymbrelCore/NYBReversibleValueTransformer.h"
+#include "NymbrelCore/NYBServerResponse.h"
+#include "NymbrelCore/NYBUser.h"
 #include "platform/ClassRegistry.h"
 
 namespace nyb {
@@ -13,6 +18,11 @@ void registerLibraryClasses() {
     NYBModel::staticClass();
     NYBValueTransformer::staticClass();
     NYBReversibleValueTransformer::staticClass();
+    NYBMeasurement::staticClass();
+    NYBRecord::staticClass();
+    NYBUser::staticClass();
+    NYBMedia::staticClass();
+    NYBServerResponse::staticClass();
   });
 }
 

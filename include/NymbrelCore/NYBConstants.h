@@ -1,0 +1,70 @@
+// NYBConstants: the library's exported constants, one section per subsystem.
+//
+// Texts are std::string_view literals and unit words are unsigned 64-bit
+// integers (the platform's word width), all compile-time constants that any
+// thread may read. The two version symbols are exported C data defined in the
+// library itself, so that code built against it can read them by name.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <string_view>
+
+// ---- Library identity ------------------------------------------------------
+
+// The library's numeric version: 1.0.
+extern "C" const double NymbrelCoreVersionNumber;
+// The library's version text, zero-terminated:
+// "@(#)PROGRAM:NymbrelCore  PROJECT:NymbrelCore-1\n".
+extern "C" const unsigned char NymbrelCoreVersionString[];
+
+namespace nyb {
+
+// ---- Records ---------------------------------------------------------------
+
+// The units in which record fields are stored (each the unit numbered 0).
+inline constexpr std::uint64_t kNYBStandardWeightUnit = 0;       // kilograms
+inline constexpr std::uint64_t kNYBStandardGlucoseUnit = 0;      // mg/dL
+inline constexpr std::uint64_t kNYBStandardTemperatureUnit = 0;  // Celsius
+// A caller's marker for a value that has no unit; no record operation treats
+// it specially.
+inline constexpr std::uint64_t kNYBNoUnitFlag = std::numeric_limits<std::uint64_t>::max();
+
+// The extras entry holding a record's raw measurements, and the two keys of
+// one raw measurement.
+inline constexpr std::string_view kNYBRawDataKey = "raw_data";
+inline constexpr std::string_view kNYBRawDataValueKey = "value";
+inline constexpr std::string_view kNYBRawDataUnitKey = "unit";
+
+// The intermediarySource of records that came through the platform's health
+// store.
+inline constexpr std::string_view kNYBIntermediarySourceAppleHealth = "NymbrelMobile Apple Health";
+
+}  // namespace nyb
+
+namespace nyb {
+
+// ---- Service access --------------------------------------------------------
+
+// The header that carries the interface version of the service, and its value.
+inline constexpr std::string_view kNYBNymbrelVersionHeader = "Nymbrel-Version";
+inline constexpr std::string_view kNYBNymbrelVersionValue = "2015-10-01";
+// The header that carries the user's access token.
+inline constexpr std::string_view kNYBNymbrelAuthV2 = "X-Nymbrel-Mobile-Token";
+// The domain of errors made from an HTTP status of 400 or above; the code is
+// the status.
+inline constexpr std::string_view kNYBHTTPErrorDomain = "NYBHTTPErrorDomain";
+// The domain of the API client's own errors (NYBAPIErrorCode).
+inline constexpr std::string_view kNYBAPIErrorDomain = "NYBAPIErrorDomain";
+
+// The service's mobile API base URL (its path is "/v1"): fixed when the
+// library is built, unless the environment variable NYMBREL_BASE_URL, read
+// once on first use, names another. Reads like a string constant:
+//   std::string url = std::string(kNYBRequestBaseURLString) + "/organizations/...";
+struct NYBRequestBaseURL {
+  std::string_view value() const;
+  operator std::string_view() const { return value(); }  // NOLINT(runtime/explicit)
+};
+inline constexpr NYBRequestBaseURL kNYBRequestBaseURLString{};
+
+}  // namespace nyb

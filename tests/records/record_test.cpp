@@ -1,0 +1,292 @@
+// The record base: defaults, the device description, timestamps and offsets,
+// extras, media, raw measurements, its log lines, and a record's trip through
+// JSON, the archive and copying.
+
+#include <gtest/gtest.h>
+#include <sys/utsname.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "NYBBundleInfo.h"
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBException.h"
+#include "NymbrelCore/NYBJSONSerialization.h"
+#include "NymbrelCore/NYBKeyedArchiver.h"
+#include "NymbrelCore/NYBKeyedUnarchiver.h"
+#include "NymbrelCore/NYBLogging.h"
+#include "NymbrelCore/NYBRecord.h"
+#include "support/LogCapture.h"
+#include "support/TempDir.h"
+#include "support/TimeZoneOverride.h"
+
+namespace nyb {
+namespace {
+
+// A record type made as the real ones are: the common key map, plus a scalar
+// that is in no key map.
+class TestRecord : public NYBRecord {
+  NYB_DECLARE_MODEL(TestRecord, NYBRecordClass)
+ public:
+  std::uint64_t steps = 0;
+};
+
+const NYBRecordClass& TestRecord::staticClass() {
+  static const NYBRecordClass cls(
+      {"TestRecord",
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<TestRecord>(); },
+       NYBPropertyTable::of<TestRecord>().unsignedScalar("steps", &TestRecord::steps),
+       NYBRecord::commonKeyPaths(),
+       {}});
+  return cls;
+}
+
+const NYBDate kMarchFirst(1456841109);  // 2016-03-01 14:05:09 UTC
+const NYBDate kJulyFirst(1467374400);   // 2016-07-01 12:00:00 UTC, northern summer time
+
+std::shared_ptr<NYBMedia> media(const char* id) {
+  auto m = std::make_shared<NYBMedia>();
+  m->setMediaID(id);
+  m->setMediaURL(std::string("https://media.example/") + id);
+  return m;
+}
+
+// Writes a JSON document as text and parses it back, as it travels to the service.
+NYBDynamicValue throughJSONText(const NYBDictionary& document) {
+  std::optional<std::string> text = NYBJSONSerialization::dataWithJSONObject(document);
+  EXPECT_TRUE(text);
+  return text ? NYBJSONSerialization::JSONObjectWithData(*text) : NYBDynamicValue();
+}
+
+TEST(Record, PlainInitialiserSetsTheSourceAndTheDeviceDescriptionOnly) {
+  utsname name{};
+  ASSERT_EQ(::uname(&name), 0);
+  TestRecord record;
+  EXPECT_EQ(record.source(), NYBDynamicValue("nymbrelmobile"));
+  EXPECT_EQ(record.sourceName(), NYBDynamicValue("NymbrelMobile"));
+  EXPECT_EQ(record.extras(), NYBDynamicValue(NYBDictionary{
+                                 {"mobile_device_manufacturer", "Apple"},
+                                 {"mobile_device_model_number", name.machine},
+                                 {"mobile_os", "iOS"},
+                                 {"mobile_os_version", name.release},
+                                 {"nymbrel_library_version", bundle::kShortVersionString}}));
+  EXPECT_TRUE(record.timestamp().isAbsent() && record.utcOffset().isAbsent() &&
+              record.activityID().isAbsent() && record.validated().isAbsent() &&
+              record.media().isAbsent());
+  EXPECT_EQ(record.JSONObject().stringKeys(),
+            (std::vector<std::string>{"source", "source_name", "extras"}));
+  EXPECT_EQ(record.recordType(), NYBRecordTypeNone);
+  EXPECT_EQ(NYBRecord::nameForRecordType(NYBRecordTypeIntraDay), "Intraday");
+  EXPECT_EQ(NYBRecord::nameForRecordType(NYBRecordType(9)), "Unknown");
+}
+
+TEST(Record, TimestampTakesTheDeviceOffsetAtThatInstant) {
+  {
+    test::TimeZoneOverride oneHourAhead("Europe/Paris");
+    TestRecord record;
+    record.setTimestamp(kMarchFirst);
+    EXPECT_EQ(record.utcOffset(), NYBDynamicValue("+01:00"));
+    NYBDictionary json = record.JSONObject();
+    EXPECT_EQ(json["timestamp"], NYBDynamicValue("2016-03-01T14:05:09+00:00"));
+    EXPECT_EQ(json["utc_offset"], NYBDynamicValue("+01:00"));
+    record.setUtcOffset("+09:30");  // replaces the derived one
+    EXPECT_EQ(record.JSONObject()["utc_offset"], NYBDynamicValue("+09:30"));
+    record.setTimestamp({});
+    EXPECT_TRUE(record.utcOffset().isAbsent());
+
+    // A date read with another offset still takes the device's own, unless
+    // the document brings one.
+    auto parsed = TestRecord::modelFromJSONObject(
+        NYBDictionary{{"timestamp", "2016-03-01T09:05:09-05:00"}, {"last_updated", "2016-03"}});
+    EXPECT_EQ(parsed->timestamp(), NYBDynamicValue(kMarchFirst));
+    EXPECT_EQ(parsed->utcOffset(), NYBDynamicValue("+01:00"));
+    EXPECT_TRUE(parsed->lastUpdated().isAbsent());
+    parsed = TestRecord::modelFromJSONObject(
+        NYBDictionary{{"timestamp", "2016-03-01T09:05:09-05:00"}, {"utc_offset", "-05:00"}});
+    EXPECT_EQ(parsed->utcOffset(), NYBDynamicValue("-05:00"));
+  }
+  {
+    test::TimeZoneOverride fiveHoursBehind("America/New_York");
+    TestRecord record;
+    record.setTimestamp(kMarchFirst);
+    EXPECT_EQ(record.utcOffset(), NYBDynamicValue("-05:00"));
+    EXPECT_EQ(record.JSONObject()["timestamp"], NYBDynamicValue("2016-03-01T14:05:09+00:00"));
+    record.setTimestamp(kJulyFirst);  // the zone's offset at that instant, not today's
+    EXPECT_EQ(record.utcOffset(), NYBDynamicValue("-04:00"));
+  }
+}
+
+TEST(Record, ExtrasEditingKeepsTheCommentInsideAndDropsEmptyExtras) {
+  TestRecord record;
+  record.setExtras(NYBDictionary{{"a", 1}});
+  record.setExtraValue(NYBDynamicValue::null(), "b");  // the null marker is a value
+  record.setComment("Felt fine");
+  EXPECT_EQ(record.extras(),
+            NYBDynamicValue(
+                NYBDictionary{{"a", 1}, {"b", NYBDynamicValue::null()}, {"comment", "Felt fine"}}));
+  EXPECT_EQ(record.valueForKey("comment"), NYBDynamicValue("Felt fine"));
+  NYBDictionary json = record.JSONObject();
+  EXPECT_FALSE(json.contains("comment"));
+  EXPECT_EQ((*json["extras"].dictionary())["comment"], NYBDynamicValue("Felt fine"));
+
+  for (const char* key : {"a", "b", "comment"}) record.setExtraValue({}, key);
+  EXPECT_TRUE(record.extras().isAbsent());
+  EXPECT_FALSE(record.JSONObject().contains("extras"));
+  record.setComment("again");  // editing absent extras starts from nothing
+  EXPECT_EQ(record.extras(), NYBDynamicValue(NYBDictionary{{"comment", "again"}}));
+}
+
+TEST(Record, MediaAreKeptButNeverTravelInJSON) {
+  TestRecord record;
+  auto first = media("m1");
+  record.addMedia(first);
+  record.addMedia(media("m2"));
+  record.addMedia(first);  // duplicates are not checked
+  ASSERT_EQ(record.media().array()->size(), 3u);
+  EXPECT_EQ((*record.media().array())[2].objectAs<NYBMedia>(), first);
+  EXPECT_EQ(record.JSONObject()["media"], NYBDynamicValue(NYBArray()));
+  EXPECT_THROW(record.addMedia(nullptr), NYBInvalidArgumentException);
+
+  // Reading: a missing "media" gives an empty array; dictionaries become
+  // media and anything else is skipped.
+  EXPECT_EQ(TestRecord::modelFromJSONObject(NYBDictionary{})->media(), NYBDynamicValue(NYBArray()));
+  auto parsed = TestRecord::modelFromJSONObject(NYBDictionary{
+      {"media", NYBArray{NYBDictionary{{"id", "m1"}, {"url", "https://media.example/m1"}}, 5,
+                         NYBDictionary{{"id", "m2"}}}}});
+  ASSERT_EQ(parsed->media().array()->size(), 2u);
+  EXPECT_TRUE((*parsed->media().array())[0].objectAs<NYBMedia>()->isEqual(*first));
+  EXPECT_EQ((*parsed->media().array())[1].objectAs<NYBMedia>()->mediaID(), NYBDynamicValue("m2"));
+}
+
+TEST(Record, RawMeasurementsKeepValuesAsEntered) {
+  TestRecord record;
+  record.setExtras(NYBDictionary{{"other", "note"}});
+  auto none = record.rawMeasurementForField("weight");
+  ASSERT_TRUE(none);
+  EXPECT_TRUE(none->value().isAbsent() && none->unit().isAbsent());
+
+  record.setRawMeasurement(std::make_shared<NYBMeasurement>("150", NYBDynamicValue()), "weight");
+  record.setRawMeasurement(nullptr, "weight");
+  EXPECT_EQ(record.extras(), NYBDynamicValue(NYBDictionary{{"other", "note"}}));
+
+  record.setRawMeasurement(std::make_shared<NYBMeasurement>("150", "lb"), "weight");
+  record.setRawMeasurement(std::make_shared<NYBMeasurement>("98.6", "F"), "temperature");
+  record.setRawMeasurement(std::make_shared<NYBMeasurement>("151", "lb"), "weight");
+  EXPECT_EQ(
+      record.extras(),
+      NYBDynamicValue(NYBDictionary{
+          {"other", "note"},
+          {"raw_data",
+           NYBDictionary{{"weight", NYBDictionary{{"value", "151"}, {"unit", "lb"}}},
+                         {"temperature", NYBDictionary{{"value", "98.6"}, {"unit", "F"}}}}}}));
+  EXPECT_TRUE(record.rawMeasurementForField("temperature")->isEqual(NYBMeasurement("98.6", "F")));
+}
+
+TEST(Record, SetMeasurementValueRunsSettersAndLogsWhatItCatches) {
+  test::TimeZoneOverride utc("UTC");
+  test::LogCapture log;
+  TestRecord record;
+  record.setMeasurementValue(NYBDynamicValue(kMarchFirst), "timestamp");
+  EXPECT_EQ(record.utcOffset(), NYBDynamicValue("+00:00"));
+  record.setMeasurementValue(7, "steps");
+  record.setMeasurementValue(75.5, NYBWeightUnitPounds, "steps");  // nothing on the base
+  EXPECT_EQ(record.steps, 7u);
+  NYBDictionary before = record.dictionaryValue();
+
+  // The failures' own texts, from the generic setter, go into the log lines.
+  auto reasonOf = [&](const NYBDynamicValue& value, const char* key) {
+    try {
+      record.setValue(value, key);
+    } catch (const NYBException& failure) {
+      return failure.description();
+    }
+    return std::string();
+  };
+  std::string unknownKey = reasonOf(1, "bogus");
+  std::string absentScalar = reasonOf({}, "steps");
+  ASSERT_FALSE(unknownKey.empty() || absentScalar.empty());
+  record.setMeasurementValue(1, "bogus");
+  record.setMeasurementValue({}, "steps");
+  EXPECT_EQ(record.dictionaryValue(), before);
+
+  // The logging switch and function stay silent, whatever they are told.
+  NYBLogging::sharedInstance().setIsEnabled(true);
+  NYBLog("%s %d", "ignored", 1);
+  NYBLogging::sharedInstance().setIsEnabled(false);
+
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{
+                "Exception setting value for key: bogus. Exception: " + unknownKey + ".",
+                "Exception setting value for key: steps. Exception: " + absentScalar + "."}));
+}
+
+TEST(Record, JSONArchiveAndCopyGiveTheRecordBack) {
+  test::TimeZoneOverride zone("Europe/Paris");
+  auto record = std::make_shared<TestRecord>();
+  record->setTimestamp(kMarchFirst);
+  record->setUtcOffset("+05:30");
+  record->setOriginalSource("Maker");
+  record->setIntermediarySource(kNYBIntermediarySourceAppleHealth);
+  record->setSourcePeripheral("Scale 3000");
+  record->setLastUpdated(NYBDate(1456900000));
+  record->setValidated(true);
+  record->setRecordID("5f00aa");
+  record->setActivityID("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+  record->setComment("after lunch \"quoted\" é");
+  record->setRawMeasurement(std::make_shared<NYBMeasurement>("150", "lb"), "weight");
+  record->addMedia(media("m1"));
+  record->addMedia(media("m2"));
+  record->steps = 42;  // in no key map
+
+  NYBDynamicValue document = throughJSONText(record->JSONObject());
+  ASSERT_TRUE(document.dictionary());
+  EXPECT_EQ(
+      document.dictionary()->stringKeys(),
+      (std::vector<std::string>{"timestamp", "utc_offset", "source", "source_name",
+                                "original_source", "intermediary_source", "device", "last_updated",
+                                "validated", "_id", "extras", "activity_id", "media"}));
+  // Exactly the media (sent as an empty array) and the scalar outside the key
+  // map come back different.
+  auto parsed = TestRecord::modelFromJSONObject(document);
+  EXPECT_EQ(parsed->media(), NYBDynamicValue(NYBArray()));
+  EXPECT_EQ(parsed->steps, 0u);
+  parsed->setMedia(record->media());
+  parsed->steps = 42;
+  EXPECT_TRUE(parsed->isEqual(*record)) << parsed->description() << record->description();
+
+  // The archive, through a real file, keeps everything, media included.
+  test::TempDir dir;
+  {
+    NYBData archive = NYBKeyedArchiver::archivedDataWithRootObject(record);
+    std::ofstream(dir.path() / "record", std::ios::binary) << archive.view();
+  }
+  std::ifstream in(dir.path() / "record", std::ios::binary);
+  NYBData stored(std::string(std::istreambuf_iterator<char>(in), {}));
+  auto decoded = NYBKeyedUnarchiver::unarchiveObjectWithData(stored).objectAs<TestRecord>();
+  ASSERT_TRUE(decoded);
+  EXPECT_TRUE(decoded->isEqual(*record)) << decoded->description();
+
+  auto copy = record->copyAs<TestRecord>();
+  EXPECT_TRUE(copy != record && copy->isEqual(*record) && copy->hash() == record->hash());
+
+  // Absent extras stay absent in a copy, but the archive and a JSON document,
+  // which leave them out, bring this device's defaults back.
+  auto bare = std::make_shared<TestRecord>();
+  bare->setExtras({});
+  EXPECT_TRUE(bare->copyAs<TestRecord>()->extras().isAbsent());
+  auto unarchived = NYBKeyedUnarchiver::unarchiveObjectWithData(
+                        NYBKeyedArchiver::archivedDataWithRootObject(bare))
+                        .objectAs<TestRecord>();
+  auto fromJSON = TestRecord::modelFromJSONObject(throughJSONText(bare->JSONObject()));
+  EXPECT_EQ(unarchived->extras(), TestRecord().extras());
+  EXPECT_EQ(fromJSON->extras(), TestRecord().extras());
+  unarchived->setExtras({});
+  fromJSON->setExtras({});
+  fromJSON->setMedia({});
+  EXPECT_TRUE(unarchived->isEqual(*bare));
+  EXPECT_TRUE(fromJSON->isEqual(*bare));
+}
+
+}  // namespace
+}  // namespace nyb
