@@ -92,12 +92,22 @@ bool NYBDictionary::isEqual(const NYBDictionary& other) const {
   if (entries_.size() != other.entries_.size()) return false;
   for (std::size_t i = 0; i < entries_.size(); ++i) {
     const Entry& entry = entries_[i];
-    // Same order is the common case: compare in place before searching.
+    // Same order is the common case: try the same place first, then the
+    // others, never comparing one pair twice (nested keys would otherwise
+    // cost time exponential in their depth).
     const NYBDynamicValue* theirs = nullptr;
     if (other.entries_[i].first.isEqual(entry.first)) {
       theirs = &other.entries_[i].second;
+    } else if (entry.first.isString()) {
+      theirs = other.find(entry.first.stringView());
     } else {
-      theirs = other.find(entry.first);
+      std::size_t keyHash = entry.first.hash();
+      for (std::size_t j = 0; j < other.entries_.size() && theirs == nullptr; ++j) {
+        const NYBDynamicValue& key = other.entries_[j].first;
+        if (j != i && key.hash() == keyHash && key.isEqual(entry.first)) {
+          theirs = &other.entries_[j].second;
+        }
+      }
     }
     if (theirs == nullptr || !theirs->isEqual(entry.second)) return false;
   }

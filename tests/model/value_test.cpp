@@ -1,0 +1,144 @@
+// The dynamic value and its containers: kinds, value equality, hashing and
+// descriptions.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBData.h"
+#include "NymbrelCore/NYBDictionary.h"
+#include "NymbrelCore/NYBURL.h"
+#include "support/TestModels.h"
+
+namespace nyb {
+namespace {
+
+using Kind = NYBDynamicValue::Kind;
+
+TEST(DynamicValue, AbsentNullAndEmptyAreThreeDifferentThings) {
+  NYBDynamicValue absent;
+  NYBDynamicValue null = NYBDynamicValue::null();
+  NYBDynamicValue empty("");
+  EXPECT_TRUE(absent.isAbsent());
+  EXPECT_TRUE(null.isNull() && null.isPresent());
+  EXPECT_EQ(empty.kind(), Kind::String);
+  EXPECT_NE(absent, null);
+  EXPECT_NE(null, empty);
+  EXPECT_EQ(null, NYBDynamicValue::null());
+  EXPECT_EQ(NYBDynamicValue(std::optional<std::string>()).kind(), Kind::Absent);
+  EXPECT_EQ(NYBDynamicValue(std::optional<std::string>("x")).kind(), Kind::String);
+}
+
+TEST(DynamicValue, StringsOfEveryLengthKeepTheirBytes) {
+  for (std::size_t n : {0, 1, 21, 22, 23, 24, 100, 5000}) {
+    std::string text(n, 'x');
+    if (n > 0) text[n - 1] = '\0';  // embedded zero bytes are text too
+    NYBDynamicValue value(text);
+    EXPECT_EQ(value.stringView(), text) << n;
+    NYBDynamicValue copy = value;
+    EXPECT_EQ(copy.string(), text) << n;
+    EXPECT_EQ(copy.hash(), NYBDynamicValue(std::string(text)).hash()) << n;
+  }
+}
+
+TEST(DynamicValue, NumbersCompareAndHashByValueAcrossKinds) {
+  const NYBDynamicValue one[] = {1, std::uint64_t{1}, 1.0, true};
+  for (const auto& a : one) {
+    for (const auto& b : one) {
+      EXPECT_EQ(a, b) << a.description() << " vs " << b.description();
+      EXPECT_EQ(a.hash(), b.hash());
+    }
+  }
+  EXPECT_NE(NYBDynamicValue(1), NYBDynamicValue(1.5));
+  EXPECT_NE(NYBDynamicValue(1), NYBDynamicValue("1")) << "a number never equals text";
+  EXPECT_EQ(NYBDynamicValue(0.0), NYBDynamicValue(-0.0));
+  EXPECT_EQ(NYBDynamicValue(0.0).hash(), NYBDynamicValue(-0.0).hash());
+
+  // Beyond int64: unsigned and real still meet where they are equal.
+  std::uint64_t big = std::numeric_limits<std::uint64_t>::max() - 2047;  // exactly a double
+  EXPECT_EQ(NYBDynamicValue(big), NYBDynamicValue(static_cast<double>(big)));
+  EXPECT_EQ(NYBDynamicValue(big).hash(), NYBDynamicValue(static_cast<double>(big)).hash());
+  EXPECT_NE(NYBDynamicValue(std::numeric_limits<std::int64_t>::min()),
+            NYBDynamicValue(std::numeric_limits<std::uint64_t>::max()));
+
+  EXPECT_EQ(NYBDynamicValue("Yes").boolValue(), true);
+  EXPECT_EQ(NYBDynamicValue(2.9).integerValue(), 2);
+  EXPECT_EQ(NYBDynamicValue(1e300).integerValue(), 0) << "out of range reads as 0, no UB";
+}
+
+TEST(DynamicValue, ContainersCompareByContentAndDictionariesIgnoreOrder) {
+  NYBDictionary ab{{"a", 1}, {"b", NYBArray{1, "two"}}};
+  NYBDictionary ba{{"b", NYBArray{1.0, "two"}}, {"a", true}};
+  EXPECT_EQ(ab, ba);
+  EXPECT_EQ(ab.hash(), ba.hash());
+  EXPECT_EQ(ab.stringKeys(), (std::vector<std::string>{"a", "b"})) << "insertion order kept";
+  EXPECT_NE(ab, (NYBDictionary{{"a", 1}}));
+  EXPECT_NE((NYBArray{1, 2}), (NYBArray{2, 1})) << "arrays keep order";
+
+  NYBDictionary edited = ab;
+  edited.set("a", 5);
+  edited.set("c", NYBDynamicValue());  // setting absent adds nothing
+  EXPECT_EQ(edited.stringKeys(), (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(edited["a"], NYBDynamicValue(5));
+  edited.set("b", NYBDynamicValue());
+  EXPECT_EQ(edited.size(), 1u);
+  EXPECT_EQ(ab["a"], NYBDynamicValue(1)) << "the original is untouched";
+
+  // Keys of any kind, models included, found by equality.
+  auto key = std::make_shared<test::TestAddress>();
+  key->street = "1 Main St";
+  auto equalKey = key->copy();
+  NYBDictionary byModel;
+  byModel.set(key, "photo.png");
+  EXPECT_EQ(byModel[NYBDynamicValue(equalKey)], NYBDynamicValue("photo.png"));
+  EXPECT_TRUE(byModel.remove(equalKey));
+  EXPECT_TRUE(byModel.empty());
+}
+
+TEST(DynamicValue, DeeplyNestedKeysCompareInLinearTime) {
+  // Each level's key is the dictionary of the level below; a wrong search
+  // repeats comparisons and never finishes at this depth.
+  auto nest = [](int leaf) {
+    NYBDynamicValue value = NYBDictionary{{leaf, 0}};
+    for (int depth = 0; depth < 60; ++depth) value = NYBDictionary{{value, 0}};
+    return value;
+  };
+  EXPECT_NE(nest(1), nest(2));
+  EXPECT_EQ(nest(1), nest(1));
+}
+
+TEST(DynamicValue, DescriptionsFollowThePlatformsShapes) {
+  EXPECT_EQ(NYBDynamicValue().description(), "(null)");
+  EXPECT_EQ(NYBDynamicValue::null().description(), "<null>");
+  EXPECT_EQ(NYBDynamicValue(0.1 + 0.2).description(), "0.30000000000000004");
+  EXPECT_EQ(NYBDynamicValue(true).description(), "1");
+  EXPECT_EQ(NYBDynamicValue(NYBDate(1456841109)).description(), "2016-03-01 14:05:09 +0000");
+  NYBDictionary d{{"plain", "word"}, {"two words", NYBArray{1, NYBDynamicValue::null()}}};
+  EXPECT_EQ(d.description(),
+            "{\n    plain = word;\n    \"two words\" = (\n        1,\n        \"<null>\"\n    );\n}");
+  EXPECT_EQ(NYBData(std::string_view("\x01\xff", 2)).description(),
+            "{length = 2, bytes = 0x01ff}");
+}
+
+TEST(URL, AcceptsOnlyURLCharactersAndSplitsComponents) {
+  EXPECT_FALSE(NYBURL::URLWithString("http://h/a b"));
+  EXPECT_FALSE(NYBURL::URLWithString("http://h/%zz"));
+  EXPECT_FALSE(NYBURL::URLWithString("http://h/caf\xc3\xa9"));
+  auto url = NYBURL::URLWithString("https://user@api.example.com:8443/v1/x%2Ey?a=1&b=2#frag");
+  ASSERT_TRUE(url);
+  EXPECT_EQ(url->scheme(), "https");
+  EXPECT_EQ(url->host(), "api.example.com");
+  EXPECT_EQ(url->port(), 8443);
+  EXPECT_EQ(url->path(), "/v1/x%2Ey");
+  EXPECT_EQ(url->query(), "a=1&b=2");
+  auto v6 = NYBURL::URLWithString("http://[::1]:80/");
+  ASSERT_TRUE(v6);
+  EXPECT_EQ(v6->host(), "::1");
+  EXPECT_EQ(v6->port(), 80);
+  EXPECT_EQ(NYBURL::URLWithString("http://h?")->query(), "") << "a lone ? is kept as text";
+  EXPECT_EQ(NYBURL::URLWithString("http://h?")->absoluteString(), "http://h?");
+}
+
+}  // namespace
+}  // namespace nyb
