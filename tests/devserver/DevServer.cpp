@@ -1,0 +1,146 @@
+#include "DevServer.h"
+
+#include <gtest/gtest.h>
+#include <png.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace nyb::test {
+
+DevServer::DevServer(const std::vector<std::string>& extraArguments) {
+  std::vector<std::string> arguments = {NYB_DEVSERVER_PATH,
+                                        "--port",
+                                        "0",
+                                        "--user",
+                                        kOrg + ":" + kUser + ":" + kToken,
+                                        "--user",
+                                        kOrg + ":" + kOtherUser + ":" + kOtherToken};
+  arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
+  std::vector<char*> argv;
+  for (auto& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+
+  int out[2];
+  if (pipe(out) != 0) throw std::runtime_error("pipe failed");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+  posix_spawn_file_actions_addclose(&actions, out[0]);
+  int rc = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  close(out[1]);
+  if (rc != 0) {
+    close(out[0]);
+    throw std::runtime_error("cannot start " + arguments[0]);
+  }
+
+  // The first line is the base URL; wait for it, but not forever.
+  std::string line;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+    pollfd ready{out[0], POLLIN, 0};
+    if (poll(&ready, 1, 100) <= 0) continue;
+    char buffer[256];
+    auto n = read(out[0], buffer, sizeof buffer);
+    if (n <= 0) break;
+    line.append(buffer, static_cast<size_t>(n));
+  }
+  close(out[0]);
+  auto colon = line.rfind(':');
+  if (line.rfind("http://127.0.0.1:", 0) != 0 || colon == std::string::npos) {
+    stop(SIGKILL);
+    throw std::runtime_error("the devserver printed no base URL: \"" + line + "\"");
+  }
+  baseURL_ = line.substr(0, line.find('\n'));
+  port_ = std::atoi(line.c_str() + colon + 1);
+}
+
+DevServer::~DevServer() {
+  if (pid_ > 0) {
+    EXPECT_EQ(stop(), 0) << "the devserver did not shut down cleanly";
+  }
+}
+
+int DevServer::stop(int signal) {
+  if (pid_ <= 0) return -1;
+  kill(pid_, signal);
+  int status = 0;
+  waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::unique_ptr<httplib::Client> DevServer::client(const std::string& token) const {
+  auto client = std::make_unique<httplib::Client>("127.0.0.1", port_);
+  client->set_keep_alive(true);
+  client->set_tcp_nodelay(true);
+  httplib::Headers headers = {{"Nymbrel-Version", "2015-10-01"}, {"Accept", "application/json"}};
+  if (!token.empty()) headers.emplace("X-Nymbrel-Mobile-Token", token);
+  client->set_default_headers(headers);
+  return client;
+}
+
+ScratchDir::ScratchDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "devserver-test-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+ScratchDir::~ScratchDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string collectionPath(const std::string& root, const std::string& user) {
+  return "/v1/organizations/" + kOrg + "/users/" + user + "/" + root + ".json";
+}
+
+std::string itemPath(const std::string& root, const std::string& id, const std::string& user) {
+  return "/v1/organizations/" + kOrg + "/users/" + user + "/" + root + "/" + id + ".json";
+}
+
+std::string wrapped(const std::string& root, const std::string& recordJson,
+                    const std::string& token) {
+  return "{\"" + root + "\":" + recordJson + ",\"authentication_token\":\"" + token + "\"}";
+}
+
+std::string weightRecord(const std::string& activityID, double weight) {
+  return "{\"timestamp\":\"2016-03-01T14:05:09+00:00\",\"utc_offset\":\"+01:00\",\"weight\":" +
+         std::to_string(weight) + ",\"activity_id\":\"" + activityID +
+         "\",\"source\":\"nymbrelmobile\",\"extras\":{\"mobile_os\":\"iOS\"}}";
+}
+
+rapidjson::Document parse(const std::string& text) {
+  rapidjson::Document document;
+  document.Parse<rapidjson::kParseFullPrecisionFlag>(text.c_str());
+  EXPECT_FALSE(document.HasParseError()) << text;
+  return document;
+}
+
+std::string makePng(unsigned width, unsigned height) {
+  std::vector<unsigned char> pixels(size_t{width} * height * 4);
+  for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 7);
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  image.width = width;
+  image.height = height;
+  image.format = PNG_FORMAT_RGBA;
+  png_alloc_size_t size = 0;
+  png_image_write_to_memory(&image, nullptr, &size, 0, pixels.data(), 0, nullptr);
+  std::string png(size, '\0');
+  if (png_image_write_to_memory(&image, png.data(), &size, 0, pixels.data(), 0, nullptr) == 0) {
+    throw std::runtime_error("libpng could not encode the test image");
+  }
+  png.resize(size);
+  return png;
+}
+
+}  // namespace nyb::test

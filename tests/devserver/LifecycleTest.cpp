@@ -1,0 +1,82 @@
+// Start-up, storage across restarts, users files, health and shut-down of the devserver.
+#include "DevServer.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+namespace nyb::test {
+namespace {
+
+TEST(LifecycleTest, FileDatabaseKeepsRecordsAndMediaAcrossRestarts) {
+  ScratchDir dir;
+  const std::string db = (dir.path() / "records.sqlite").string();
+  std::string recordID, mediaPath;
+  {
+    DevServer server({"--db", db});
+    auto http = server.client();
+    auto res =
+        http->Post(collectionPath("sleep"),
+                   wrapped("sleep", R"({"timestamp":"2016-03-01T14:05:09+00:00","times_woken":2})"),
+                   "application/json");
+    ASSERT_EQ(res->status, 201);
+    recordID = parse(res->body)["sleep"]["_id"].GetString();
+    auto png = makePng(4, 4);
+    auto media =
+        http->Post("/v1/organizations/acme/users/u1/sleep/" + recordID + "/media",
+                   httplib::MultipartFormDataItems{{"media", png, "media.png", "image/png"}});
+    ASSERT_EQ(media->status, 201) << media->body;
+    std::string url = parse(media->body)["media"]["url"].GetString();
+    mediaPath = url.substr(url.find("/v1/"));
+    EXPECT_EQ(server.stop(), 0);
+  }
+  DevServer restarted({"--db", db});
+  auto http = restarted.client();
+  auto all = parse(http->Get(collectionPath("sleep"))->body);
+  ASSERT_EQ(all["sleep"].Size(), 1u);
+  EXPECT_STREQ(all["sleep"][0]["_id"].GetString(), recordID.c_str());
+  EXPECT_EQ(all["sleep"][0]["times_woken"].GetInt(), 2);
+  EXPECT_EQ(http->Get(mediaPath + "?authentication_token=tok1")->body, makePng(4, 4));
+
+  // An in-memory server starts empty.
+  DevServer fresh;
+  EXPECT_EQ(parse(fresh.client()->Get(collectionPath("sleep"))->body)["sleep"].Size(), 0u);
+}
+
+TEST(LifecycleTest, UsersFileDefinesWhoMayCallAndBadStartsFail) {
+  ScratchDir dir;
+  auto file = dir.path() / "users.json";
+  std::ofstream(file)
+      << R"({"users":[{"organization":"acme","user_id":"filed","token":"s3cret"}]})";
+  DevServer server({"--users", file.string()});
+  auto http = server.client("s3cret");
+  EXPECT_EQ(http->Get(collectionPath("routine", "filed"))->status, 200);
+  EXPECT_EQ(http->Get(collectionPath("routine", kUser))->status, 401);
+  EXPECT_EQ(server.client()->Get(collectionPath("routine", kUser))->status, 200);
+
+  auto broken = dir.path() / "broken.json";
+  std::ofstream(broken) << R"({"users":[{"organization":"acme","user_id":"x"}]})";
+  EXPECT_THROW(DevServer({"--users", broken.string()}), std::runtime_error);
+  EXPECT_THROW(DevServer({"--user", "acme:" + kUser + ":again"}), std::runtime_error);
+}
+
+TEST(LifecycleTest, HealthReportsNoDelaySocketsAndSignalsStopCleanly) {
+  DevServer server;
+  auto http = server.client("");
+  auto health = http->Get("/health");
+  ASSERT_EQ(health->status, 200);
+  auto status = parse(health->body);
+  EXPECT_STREQ(status["status"].GetString(), "ok");
+  EXPECT_TRUE(status["tcp_nodelay"].GetBool());
+  auto unknown = http->Get("/v1/nowhere");
+  EXPECT_EQ(unknown->status, 404);
+  EXPECT_TRUE(parse(unknown->body)["errors"].IsArray());
+
+  // An idle keep-alive connection does not hold up shut-down; SIGINT stops as SIGTERM does.
+  EXPECT_EQ(server.stop(SIGINT), 0);
+  DevServer another;
+  EXPECT_EQ(another.stop(SIGTERM), 0);
+}
+
+}  // namespace
+}  // namespace nyb::test
