@@ -15,6 +15,14 @@
 // two-argument one stays visible), and state their whole key map, starting
 // with commonKeyPaths(). NYBRecord itself has no key map.
 //
+// The record also makes records: newRecordWithType() one of the eight record
+// types by its NYBRecordType, newRecordFromPeripheral() a pre-filled one for a
+// reading from a catalogue peripheral (NYBPeripheral). A record remembers its
+// peripheral in associatedPeripheral and, so that the link survives JSON and
+// the archive, in the extras entries "peripheral_id" and "connection_type";
+// peripheral() finds it again through the peripheral classes registered under
+// the names NYBBluetoothPeripheral and NYBOCRPeripheral, when present.
+//
 // Records are plain model values shared through std::shared_ptr and used from
 // one thread at a time. Class objects hold no mutable state: their operations
 // may be called from any thread.
@@ -25,6 +33,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "NymbrelCore/NYBConstants.h"
 #include "NymbrelCore/NYBDictionary.h"
@@ -33,6 +42,22 @@
 #include "NymbrelCore/NYBModel.h"
 
 namespace nyb {
+
+class NYBPeripheral;
+class NYBRecord;
+
+// Declares one plain optional field of a record type: the getter name(), the
+// setter setName() and the private member name_ that the class's property
+// table refers to.
+#define NYB_RECORD_FIELD(name, Name)                                           \
+ public:                                                                       \
+  const ::nyb::NYBDynamicValue& name() const { return name##_; }               \
+  void set##Name(::nyb::NYBDynamicValue value) { name##_ = std::move(value); } \
+                                                                               \
+ private:                                                                      \
+  ::nyb::NYBDynamicValue name##_;                                              \
+                                                                               \
+ public:
 
 enum NYBRecordType : std::uint64_t {
   NYBRecordTypeNone = 0,
@@ -89,6 +114,16 @@ class NYBRecordClass : public NYBModelClass {
 
   // The device's hardware model identifier, read once per process.
   virtual std::string deviceModel() const;
+
+  // A new record of the class of that type (NYBBiometrics for 1 ...
+  // NYBIntraDay for 8) by its plain initialiser; null for 0 and unknown types.
+  virtual std::shared_ptr<NYBRecord> newRecordWithType(NYBRecordType recordType) const;
+  // The peripheral's record(): timestamp now, a new activityID, validated,
+  // the peripheral associated, originalSource its manufacturer and
+  // sourcePeripheral its model. Null for a null peripheral or one whose kind
+  // has no record type.
+  virtual std::shared_ptr<NYBRecord> newRecordFromPeripheral(
+      const std::shared_ptr<NYBPeripheral>& peripheral) const;
 };
 
 class NYBRecord : public NYBModel {
@@ -132,6 +167,13 @@ class NYBRecord : public NYBModel {
     return staticClass().unitStringForGlucoseUnit(unit);
   }
   static std::string deviceModel() { return staticClass().deviceModel(); }
+  static std::shared_ptr<NYBRecord> newRecordWithType(NYBRecordType recordType) {
+    return staticClass().newRecordWithType(recordType);
+  }
+  static std::shared_ptr<NYBRecord> newRecordFromPeripheral(
+      const std::shared_ptr<NYBPeripheral>& peripheral) {
+    return staticClass().newRecordFromPeripheral(peripheral);
+  }
   // timestamp and lastUpdated: text read and written by the shared
   // ISO8601DateTimeFormatter (always written in UTC). media: forward, each
   // dictionary of an array becomes an NYBMedia (an empty array for absent);
@@ -209,6 +251,19 @@ class NYBRecord : public NYBModel {
   // Appends to media (a new array; duplicates are not checked). A null media
   // object raises NYBInvalidArgumentException.
   void addMedia(const std::shared_ptr<NYBMedia>& media);
+
+  // ---- The peripheral that took the reading --------------------------------
+
+  // Stores the peripheral in associatedPeripheral and writes its peripheralID
+  // (extras "peripheral_id") and its class's connectionType (extras
+  // "connection_type"); null removes both entries.
+  void associatePeripheral(const std::shared_ptr<NYBPeripheral>& peripheral);
+  // associatedPeripheral when set. Otherwise, when the extras hold both
+  // "peripheral_id" and "connection_type", asks the registered classes
+  // NYBBluetoothPeripheral, then NYBOCRPeripheral, whose connectionType equals
+  // "connection_type" for the peripheral of that ID, and keeps what it finds
+  // in associatedPeripheral. Null when nothing matches.
+  std::shared_ptr<NYBPeripheral> peripheral();
 
   // ---- Measurements --------------------------------------------------------
 

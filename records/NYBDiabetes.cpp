@@ -1,0 +1,200 @@
+#include "NymbrelCore/NYBDiabetes.h"
+
+#include "records/RecordSupport.h"
+
+namespace nyb {
+
+namespace {
+
+constexpr const char* kEventKey = "glucose_event_tag";
+constexpr const char* kOutOfRangeKey = "out_of_range";
+
+// The value whose string equals the text, trying the table in order; 0 for
+// anything else.
+template <typename Value, std::size_t N>
+Value lookUp(const NYBDynamicValue& text, const std::pair<const char*, Value> (&table)[N]) {
+  if (text.isString()) {
+    for (const auto& [string, value] : table) {
+      if (text.stringView() == string) return value;
+    }
+  }
+  return Value(0);
+}
+
+constexpr std::pair<const char*, NYBMealRelationship> kMealRelationships[] = {
+    {"before", NYBMealRelationshipBefore},
+    {"after", NYBMealRelationshipAfter},
+    {"random", NYBMealRelationshipRandom},
+    {"fasting", NYBMealRelationshipFasting}};
+constexpr std::pair<const char*, NYBDiabetesEvent> kEvents[] = {
+    {"exercise", NYBDiabetesEventExercise},
+    {"sick", NYBDiabetesEventSick},
+    {"medication", NYBDiabetesEventMedication},
+    {"other", NYBDiabetesEventOther}};
+constexpr std::pair<const char*, NYBDiabetesOutOfRange> kOutOfRanges[] = {
+    {"High", NYBDiabetesOutOfRangeHigh}, {"Low", NYBDiabetesOutOfRangeLow}};
+
+std::shared_ptr<NYBValueTransformer> makeRelationshipToMealTransformer(
+    const NYBModelClass& receiver) {
+  const auto& cls = static_cast<const NYBDiabetesClass&>(receiver);
+  return NYBValueTransformer::transformerUsingForwardBlock(
+      [&cls](const NYBDynamicValue& string) -> NYBDynamicValue {
+        return std::uint64_t{cls.mealRelationshipForstringValue(string)};
+      },
+      [&cls](const NYBDynamicValue& number) -> NYBDynamicValue {
+        std::optional<std::string> string =
+            cls.stringValueForMealRelationship(NYBMealRelationship(number.integerValue()));
+        return string ? NYBDynamicValue(std::move(*string)) : NYBDynamicValue::null();
+      });
+}
+
+NYBKeyMap diabetesKeyPaths() {
+  NYBKeyMap keys = NYBRecord::commonKeyPaths();
+  keys.insert(keys.end(), {{"cPeptide", "c_peptide"},
+                           {"fastingPlasmaGlucoseTest", "fasting_plasma_glucose_test"},
+                           {"hba1c", "hba1c"},
+                           {"insulin", "insulin"},
+                           {"oralGlucoseToleranceTest", "oral_glucose_tolerance_test"},
+                           {"randomPlasmaGlucoseTest", "random_plasma_glucose_test"},
+                           {"triglyceride", "triglyceride"},
+                           {"bloodGlucose", "blood_glucose"},
+                           {"relationshipToMeal", "relationship_to_meal"}});
+  return keys;
+}
+
+}  // namespace
+
+// ---- NYBDiabetesClass ------------------------------------------------------
+
+std::optional<std::string> NYBDiabetesClass::stringValueForMealRelationship(
+    NYBMealRelationship relationship) const {
+  if (relationship == NYBMealRelationshipNone) return "";
+  for (const auto& [string, value] : kMealRelationships) {
+    if (value == relationship) return string;
+  }
+  return std::nullopt;
+}
+
+NYBMealRelationship NYBDiabetesClass::mealRelationshipForstringValue(
+    const NYBDynamicValue& string) const {
+  return lookUp(string, kMealRelationships);
+}
+
+std::optional<std::string> NYBDiabetesClass::nameForMealRelationship(
+    NYBMealRelationship relationship) const {
+  switch (relationship) {
+    case NYBMealRelationshipNone:
+      return "None";
+    case NYBMealRelationshipBefore:
+      return "Before meal";
+    case NYBMealRelationshipAfter:
+      return "After meal";
+    case NYBMealRelationshipRandom:
+      return "Random";
+    case NYBMealRelationshipFasting:
+      return "Fasting";
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> NYBDiabetesClass::stringValueForDiabetesEvent(
+    NYBDiabetesEvent event) const {
+  for (const auto& [string, value] : kEvents) {
+    if (value == event) return string;
+  }
+  return std::nullopt;
+}
+
+NYBDiabetesEvent NYBDiabetesClass::DiabetesEventForStringValue(
+    const NYBDynamicValue& string) const {
+  return lookUp(string, kEvents);
+}
+
+std::optional<std::string> NYBDiabetesClass::stringValueForDiabetesOutOfRange(
+    NYBDiabetesOutOfRange outOfRange) const {
+  for (const auto& [string, value] : kOutOfRanges) {
+    if (value == outOfRange) return string;
+  }
+  return std::nullopt;
+}
+
+NYBDiabetesOutOfRange NYBDiabetesClass::DiabetesOutOfRangeForStringValue(
+    const NYBDynamicValue& string) const {
+  return lookUp(string, kOutOfRanges);
+}
+
+// ---- NYBDiabetes -----------------------------------------------------------
+
+const NYBDiabetesClass& NYBDiabetes::staticClass() {
+  using T = NYBDiabetes;
+  static const NYBDiabetesClass diabetesClass(
+      {"NYBDiabetes",
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<T>(); },
+       NYBPropertyTable::of<T>()
+           .field("cPeptide", &T::cPeptide_)
+           .field("fastingPlasmaGlucoseTest", &T::fastingPlasmaGlucoseTest_)
+           .field("hba1c", &T::hba1c_)
+           .field("insulin", &T::insulin_)
+           .field("oralGlucoseToleranceTest", &T::oralGlucoseToleranceTest_)
+           .field("randomPlasmaGlucoseTest", &T::randomPlasmaGlucoseTest_)
+           .field("triglyceride", &T::triglyceride_)
+           .field("bloodGlucose", &T::bloodGlucose_)
+           .unsignedScalar("relationshipToMeal", &T::relationshipToMeal_),
+       diabetesKeyPaths(),
+       {{"relationshipToMealTransformer", makeRelationshipToMealTransformer}}});
+  return diabetesClass;
+}
+
+NYBRecordType NYBDiabetes::recordType() const { return NYBRecordTypeDiabetes; }
+
+NYBDiabetesEvent NYBDiabetes::diabetesEvent() const {
+  NYBDynamicValue tag = records::extraValue(*this, kEventKey);
+  return tag.isPresent() ? classObject().DiabetesEventForStringValue(tag) : NYBDiabetesEventNone;
+}
+
+void NYBDiabetes::setDiabetesEvent(NYBDiabetesEvent event) {
+  NYBDynamicValue tag;
+  if (event != NYBDiabetesEventNone) tag = classObject().stringValueForDiabetesEvent(event);
+  setExtraValue(std::move(tag), kEventKey);
+}
+
+NYBDiabetesOutOfRange NYBDiabetes::outOfRange() const {
+  NYBDynamicValue tag = records::extraValue(*this, kOutOfRangeKey);
+  return tag.isPresent() ? classObject().DiabetesOutOfRangeForStringValue(tag)
+                         : NYBDiabetesOutOfRangeNone;
+}
+
+void NYBDiabetes::setOutOfRange(NYBDiabetesOutOfRange outOfRange) {
+  NYBDynamicValue tag;
+  if (outOfRange != NYBDiabetesOutOfRangeNone) {
+    tag = classObject().stringValueForDiabetesOutOfRange(outOfRange);
+  }
+  setExtraValue(std::move(tag), kOutOfRangeKey);
+}
+
+NYBDynamicValue NYBDiabetes::bloodGlucoseWithUnit(NYBGlucoseUnit unit) const {
+  const NYBDiabetesClass& cls = classObject();
+  NYBDynamicValue entered =
+      records::enteredValueInUnit(*this, "blood_glucose", cls.unitStringForGlucoseUnit(unit));
+  if (entered.isPresent()) return entered;
+  return cls.convertGlucoseValue(bloodGlucose_, NYBGlucoseUnit(kNYBStandardGlucoseUnit), unit);
+}
+
+void NYBDiabetes::setBloodGlucose(const NYBDynamicValue& value, NYBGlucoseUnit unit) {
+  const NYBDiabetesClass& cls = classObject();
+  setBloodGlucose(cls.convertGlucoseValue(value, unit, NYBGlucoseUnit(kNYBStandardGlucoseUnit)));
+  if (unit != kNYBStandardGlucoseUnit) {
+    // Kept under the JSON key, not the property name.
+    records::keepEnteredValue(*this, value, cls.unitStringForGlucoseUnit(unit), "blood_glucose");
+  }
+}
+
+void NYBDiabetes::setMeasurementValue(const NYBDynamicValue& value, std::uint64_t unit,
+                                      std::string_view field) {
+  if (records::mappedJSONKey(*this, field) == "blood_glucose") {
+    setBloodGlucose(value, NYBGlucoseUnit(unit));
+  }
+}
+
+}  // namespace nyb

@@ -1,0 +1,251 @@
+// The peripheral catalogue and the link between a record and its peripheral.
+// Two companion peripheral classes are registered under the names records look
+// up, each with a catalogue of entry dictionaries as a companion module would
+// ship it (JSON text).
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "NymbrelCore/NYBBiometrics.h"
+#include "NymbrelCore/NYBDiabetes.h"
+#include "NymbrelCore/NYBJSONSerialization.h"
+#include "NymbrelCore/NYBKeyedArchiver.h"
+#include "NymbrelCore/NYBKeyedUnarchiver.h"
+#include "NymbrelCore/NYBPeripheral.h"
+#include "NymbrelCore/NYBURL.h"
+#include "NymbrelCore/NYBWeight.h"
+#include "support/TempDir.h"
+
+namespace nyb {
+namespace {
+
+NYBArray catalogue(const char* json) {
+  NYBDynamicValue entries = NYBJSONSerialization::JSONObjectWithData(json);
+  return entries.array() != nullptr ? *entries.array() : NYBArray();
+}
+
+class BluetoothClass : public NYBPeripheralClass {
+ public:
+  using NYBPeripheralClass::NYBPeripheralClass;
+  static constexpr const char* kName = "NYBBluetoothPeripheral";
+  std::string connectionType() const override { return "Bluetooth LE"; }
+  NYBPeripheralList peripherals() const override {
+    return peripheralsFromCatalogueEntries(catalogue(R"([
+      {"ID":1,"Type":"Thermometer","Manufacturer":"Acme","Model":"T1","Disabled":false,
+       "PeripheralImageURL":"https://img.example/t1.png"},
+      {"ID":2,"Type":"Thermometer","Manufacturer":"Acme","Model":"T2","Disabled":true},
+      {"ID":3,"Type":"Thermometer","Manufacturer":"Brio","Model":"T3"},
+      {"ID":4,"Type":"Pulse Oximeter","Manufacturer":"Acme","Model":"P1"},
+      {"ID":5,"Type":"Weight Scale","Manufacturer":"Acme","Model":"S1"},
+      {"ID":6,"Type":"Toaster","Manufacturer":"Acme","Model":"Z1"},
+      "not an entry"])"));
+  }
+};
+
+// Names its kinds in its own words, so its catalogue does too.
+class OCRClass : public NYBPeripheralClass {
+ public:
+  using NYBPeripheralClass::NYBPeripheralClass;
+  static constexpr const char* kName = "NYBOCRPeripheral";
+  std::string connectionType() const override { return "OCR"; }
+  std::optional<std::string> nameForType(NYBPeripheralType type) const override {
+    std::optional<std::string> name = NYBPeripheralClass::nameForType(type);
+    return name ? "ocr " + *name : name;
+  }
+  NYBPeripheralList peripherals() const override {
+    return peripheralsFromCatalogueEntries(catalogue(R"([
+      {"ID":3,"Type":"ocr Glucose Meter","Manufacturer":"Gluco","Model":"G1"},
+      {"ID":4,"Type":"Glucose Meter","Manufacturer":"Gluco","Model":"G0"}])"));
+  }
+};
+
+// A companion peripheral class whose class object is of type ClassObject.
+// Neither declares a key map: NYBPeripheral's is theirs.
+template <typename ClassObject>
+class Companion : public NYBPeripheral {
+  NYB_DECLARE_MODEL(Companion, NYBPeripheralClass)
+};
+template <typename ClassObject>
+const NYBPeripheralClass& Companion<ClassObject>::staticClass() {
+  static const ClassObject cls({ClassObject::kName,
+                                &NYBPeripheral::staticClass(),
+                                [] { return std::make_shared<Companion>(); },
+                                {},
+                                std::nullopt,
+                                {}});
+  return cls;
+}
+using BluetoothPeripheral = Companion<BluetoothClass>;
+using OCRPeripheral = Companion<OCRClass>;
+
+std::vector<std::uint64_t> ids(const NYBPeripheralList& list) {
+  std::vector<std::uint64_t> result;
+  for (const auto& p : list) result.push_back(p->peripheralID());
+  return result;
+}
+
+NYBDynamicValue throughJSONText(const NYBDictionary& document) {
+  std::optional<std::string> text = NYBJSONSerialization::dataWithJSONObject(document);
+  EXPECT_TRUE(text);
+  return text ? NYBJSONSerialization::JSONObjectWithData(*text) : NYBDynamicValue();
+}
+
+class Peripherals : public ::testing::Test {
+ protected:
+  // Companion modules register their classes before records look them up.
+  void SetUp() override {
+    BluetoothPeripheral::staticClass();
+    OCRPeripheral::staticClass();
+  }
+};
+
+TEST_F(Peripherals, TheBaseClassHasAnEmptyCatalogueAndTheKindTables) {
+  EXPECT_TRUE(NYBPeripheral::peripherals().empty());
+  EXPECT_TRUE(NYBPeripheral::supportedPeripherals().empty());
+  EXPECT_TRUE(NYBPeripheral::peripheralsOfType(NYBPeripheralTypeThermometer).empty());
+  EXPECT_FALSE(NYBPeripheral::peripheralForID(1));
+  EXPECT_EQ(NYBPeripheral::connectionType(), "Unknown");
+  EXPECT_EQ(NYBPeripheral::nameForType(NYBPeripheralTypeNone), "");
+  EXPECT_EQ(NYBPeripheral::nameForType(NYBPeripheralTypeBloodPressure), "Blood Pressure Monitor");
+  EXPECT_FALSE(NYBPeripheral::nameForType(NYBPeripheralType(7)));
+  EXPECT_EQ(NYBPeripheral::recordTypeForPeripheralType(NYBPeripheralTypeNone), NYBRecordTypeNone);
+  // Every kind above the weight scale, known or not, makes biometrics records.
+  for (std::uint64_t type : {2, 3, 6, 7, 99}) {
+    EXPECT_EQ(NYBPeripheral::recordTypeForPeripheralType(NYBPeripheralType(type)),
+              NYBRecordTypeBiometrics);
+  }
+}
+
+TEST_F(Peripherals, QueriesFilterTheCatalogueOfTheClassAsked) {
+  const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
+  EXPECT_EQ(ids(bluetooth.peripherals()), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(ids(bluetooth.supportedPeripherals()), (std::vector<std::uint64_t>{1, 3, 4, 5, 6}));
+  EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeThermometer)),
+            (std::vector<std::uint64_t>{1, 3}));
+  EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeNone)),
+            (std::vector<std::uint64_t>{6}));
+  // Disabled entries are still found by number.
+  std::shared_ptr<NYBPeripheral> second = bluetooth.peripheralForID(2);
+  ASSERT_TRUE(second);
+  EXPECT_TRUE(second->disabled());
+  EXPECT_FALSE(bluetooth.peripheralForID(99));
+
+  std::shared_ptr<NYBPeripheral> first = bluetooth.peripheralForID(1);
+  EXPECT_EQ(first->className(), "NYBBluetoothPeripheral");
+  EXPECT_EQ(first->type(), NYBPeripheralTypeThermometer);
+  EXPECT_EQ(first->name(), "Acme T1");
+  EXPECT_EQ(first->imageURL(),
+            NYBDynamicValue(*NYBURL::URLWithString("https://img.example/t1.png")));
+  EXPECT_EQ(bluetooth.peripheralForID(4)->type(), NYBPeripheralTypePulseOximeter);
+}
+
+TEST_F(Peripherals, TypeNamesAreReadAndWrittenByTheClassAsked) {
+  const NYBPeripheralClass& ocr = OCRPeripheral::staticClass();
+  EXPECT_EQ(ocr.peripheralForID(3)->type(), NYBPeripheralTypeGlucose);
+  EXPECT_EQ(ocr.peripheralForID(4)->type(), NYBPeripheralTypeNone);  // the base class's name
+
+  auto entry = std::make_shared<OCRPeripheral>();
+  entry->setPeripheralID(8);
+  entry->setType(NYBPeripheralTypeHeartRate);
+  entry->setModel("H1");
+  entry->setManufacturer("Pulse");
+  entry->setImageURL(*NYBURL::URLWithString("https://img.example/h1.png?size=2"));
+  NYBDynamicValue written = throughJSONText(entry->JSONObject());
+  EXPECT_EQ(written, NYBJSONSerialization::JSONObjectWithData(
+                         R"({"ID":8,"Type":"ocr Heart Rate Monitor","Model":"H1",
+                         "Manufacturer":"Pulse","PeripheralImageURL":"https://img.example/h1.png?size=2",
+                         "Disabled":false})"));
+  EXPECT_TRUE(OCRPeripheral::modelFromJSONObject(written)->isEqual(*entry));
+  auto base = NYBPeripheral::modelWithDictionary(entry->dictionaryValue());
+  EXPECT_EQ(base->JSONObject()["Type"], NYBDynamicValue("Heart Rate Monitor"));
+}
+
+TEST_F(Peripherals, RecordsAreMadeForTheirKindAndLinkedToTheirEntry) {
+  const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
+  struct {
+    const NYBPeripheralClass& cls;
+    std::uint64_t id;
+    const NYBClass& recordClass;
+  } kinds[] = {{bluetooth, 1, NYBBiometrics::staticClass()},
+               {bluetooth, 4, NYBBiometrics::staticClass()},
+               {bluetooth, 5, NYBWeight::staticClass()},
+               {OCRPeripheral::staticClass(), 3, NYBDiabetes::staticClass()}};
+  for (const auto& kind : kinds) {
+    std::shared_ptr<NYBPeripheral> entry = kind.cls.peripheralForID(kind.id);
+    const NYBDate before = NYBDate::now();
+    std::shared_ptr<NYBRecord> record = NYBRecord::newRecordFromPeripheral(entry);
+    ASSERT_TRUE(record);
+    EXPECT_TRUE(record->isMemberOfClass(kind.recordClass)) << record->className();
+    EXPECT_EQ(record->originalSource(), entry->manufacturer());
+    EXPECT_EQ(record->sourcePeripheral(), entry->model());
+    EXPECT_EQ(record->validated(), NYBDynamicValue(true));
+    EXPECT_EQ(record->activityID().stringView().size(), 36u);
+    EXPECT_TRUE(record->timestamp().date() >= before &&
+                record->timestamp().date() <= NYBDate::now());
+    EXPECT_EQ(record->peripheral(), entry);
+    const NYBDictionary& extras = *record->extras().dictionary();
+    EXPECT_EQ(extras["peripheral_id"], NYBDynamicValue(kind.id));
+    EXPECT_EQ(extras["connection_type"], NYBDynamicValue(kind.cls.connectionType()));
+  }
+  EXPECT_FALSE(bluetooth.peripheralForID(6)->record());  // a kind without a record type
+  EXPECT_FALSE(NYBRecord::newRecordFromPeripheral(nullptr));
+
+  // The base class answers "Unknown"; associating nothing removes the link.
+  NYBWeight weight;
+  weight.setExtras({});
+  auto plain = std::make_shared<NYBPeripheral>();
+  plain->setPeripheralID(7);
+  weight.associatePeripheral(plain);
+  EXPECT_EQ(weight.extras(),
+            NYBDynamicValue(NYBDictionary{{"peripheral_id", 7u}, {"connection_type", "Unknown"}}));
+  weight.associatePeripheral(nullptr);
+  EXPECT_TRUE(weight.extras().isAbsent());
+  EXPECT_FALSE(weight.peripheral());
+}
+
+TEST_F(Peripherals, ARecordFindsItsPeripheralAfterTheArchiveAndJSON) {
+  for (const NYBPeripheralClass* cls :
+       {&BluetoothPeripheral::staticClass(), &OCRPeripheral::staticClass()}) {
+    SCOPED_TRACE(cls->name());
+    std::shared_ptr<NYBPeripheral> entry = cls->peripheralForID(3);
+    std::shared_ptr<NYBRecord> record = entry->record();
+
+    // The archive, through a real file, brings the peripheral itself back.
+    test::TempDir dir;
+    std::ofstream(dir.path() / "record", std::ios::binary)
+        << NYBKeyedArchiver::archivedDataWithRootObject(record).view();
+    std::ifstream in(dir.path() / "record", std::ios::binary);
+    NYBData stored(std::string(std::istreambuf_iterator<char>(in), {}));
+    auto unarchived = NYBKeyedUnarchiver::unarchiveObjectWithData(stored).objectAs<NYBRecord>();
+    ASSERT_TRUE(unarchived);
+    ASSERT_TRUE(unarchived->peripheral());
+    EXPECT_TRUE(unarchived->peripheral()->isEqual(*entry));
+    EXPECT_TRUE(unarchived->isEqual(*record));
+
+    // JSON carries only the extras entries; the catalogue gives the entry back
+    // and the record keeps it.
+    auto parsed = std::static_pointer_cast<NYBRecord>(
+        record->classObject().modelFromJSONObject(throughJSONText(record->JSONObject())));
+    EXPECT_TRUE(parsed->associatedPeripheral().isAbsent());
+    std::shared_ptr<NYBPeripheral> found = parsed->peripheral();
+    ASSERT_TRUE(found);
+    EXPECT_EQ(&found->classObject(), cls);
+    EXPECT_TRUE(found->isEqual(*entry));
+    EXPECT_EQ(parsed->peripheral(), found);
+  }
+
+  // A connection type that no present class answers, or a missing entry,
+  // finds nothing.
+  for (const char* json : {R"({"extras":{"peripheral_id":1,"connection_type":"NFC"}})",
+                           R"({"extras":{"peripheral_id":1}})",
+                           R"({"extras":{"peripheral_id":42,"connection_type":"OCR"}})"}) {
+    auto record =
+        NYBBiometrics::modelFromJSONObject(NYBJSONSerialization::JSONObjectWithData(json));
+    EXPECT_FALSE(record->peripheral()) << json;
+  }
+}
+
+}  // namespace
+}  // namespace nyb
