@@ -13,6 +13,7 @@
 #include "NymbrelCore/NYBReversibleValueTransformer.h"
 #include "NymbrelCore/NYBRoutine.h"
 #include "NymbrelCore/NYBServerResponse.h"
+#include "NymbrelCore/NYBSessionData.h"
 #include "NymbrelCore/NYBSleep.h"
 #include "NymbrelCore/NYBUser.h"
 #include "NymbrelCore/NYBWeight.h"
@@ -41,6 +42,7 @@ void registerLibraryClasses() {
     NYBUser::staticClass();
     NYBMedia::staticClass();
     NYBServerResponse::staticClass();
+    NYBSessionData::staticClass();
   });
 }
 

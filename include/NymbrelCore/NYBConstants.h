@@ -68,3 +68,17 @@ struct NYBRequestBaseURL {
 inline constexpr NYBRequestBaseURL kNYBRequestBaseURLString{};
 
 }  // namespace nyb
+
+namespace nyb {
+
+// ---- Session ---------------------------------------------------------------
+
+// Posted on the default notification centre when a reachability monitor's
+// target changes; the object is the monitor, there is no user information.
+inline constexpr std::string_view kReachabilityChangedNotification =
+    "kNetworkReachabilityChangedNotification";
+// The directory, inside the documents directory, that holds the photos
+// waiting to be uploaded.
+inline constexpr std::string_view kNYBImageDirectory = "images";
+
+}  // namespace nyb

@@ -1,0 +1,172 @@
+// NYBSessionData: the whole persisted state of one session: the user it
+// belongs to, the upload queue of records (head first), the photo map (for
+// each queued record that has a photo, the name of its PNG file in the image
+// directory), and a few containers kept for add-on modules.
+//
+// It is a model: archiving, copying, equality and description come from the
+// model base, one entry per property under the property's name. Containers
+// are immutable values; every change builds a new container and stores it,
+// so a container handed out earlier never changes under its holder.
+//
+// The photo map is keyed by copies of the records (as a dictionary copies its
+// keys) and looks a record up by model equality (the values of all its
+// properties): a record changed after its photo was queued no longer finds
+// it. The record that findNextImageRecordWithRecordID() gives is the map's
+// own key. A photo's file
+// name is the record's hash as an unsigned decimal number plus ".png": two
+// records with identical values share one file, and the later photo wins.
+// Photos live in <documents directory>/images; files are written durably with
+// mode 0600.
+//
+// Failures are written to the platform log and swallowed; no operation
+// reports an error to its caller. The object is not synchronised: the session
+// uses it on the main thread only and hands snapshot() copies to other
+// threads.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "NymbrelCore/NYBData.h"
+#include "NymbrelCore/NYBImage.h"
+#include "NymbrelCore/NYBModel.h"
+#include "NymbrelCore/NYBRecord.h"
+#include "NymbrelCore/NYBUser.h"
+
+namespace nyb {
+
+class NYBSessionData : public NYBModel {
+  NYB_DECLARE_MODEL(NYBSessionData, NYBModelClass)
+ public:
+  // No user; empty queue, photo map, query dates, anchors and peripheral data.
+  NYBSessionData();
+  // The same, for that user.
+  explicit NYBSessionData(std::shared_ptr<NYBUser> user);
+
+  // A copy whose records (those of the queue and the keys of the photo map)
+  // are copies too, each distinct record copied once: it shares nothing that
+  // this object's holder may still change, so another thread may archive it.
+  std::shared_ptr<NYBSessionData> snapshot() const;
+
+  // ---- Queue ---------------------------------------------------------------
+  // Appends at the tail; a null record is ignored.
+  void addRecord(const std::shared_ptr<NYBRecord>& record);
+  // Appends every record, in order; null ones are ignored.
+  void addRecords(const std::vector<std::shared_ptr<NYBRecord>>& records);
+  // Appends every record of an array value, in order; other elements, and a
+  // value that is not an array (absent included), are ignored.
+  void addRecords(const NYBDynamicValue& records);
+  // The head of the queue, left in place; null when the queue is empty.
+  std::shared_ptr<NYBRecord> peekNextRecord() const;
+  // Removes the head only when it equals `record` (model equality).
+  void removeNextRecordIfMatch(const std::shared_ptr<NYBRecord>& record);
+  bool hasRecords() const;
+
+  // ---- Photos --------------------------------------------------------------
+  // Queues the record (whatever becomes of the photo), then writes the photo
+  // as PNG to the image directory under the record's file name and maps the
+  // name to the record. When encoding or writing fails, logs
+  // "NYBSessionData: Error converting image to PNG representation" and leaves
+  // the record queued without a photo. Nothing at all when either is null.
+  void addRecord(const std::shared_ptr<NYBRecord>& record,
+                 const std::shared_ptr<const NYBImage>& image);
+  bool hasImages() const;
+  bool hasImageForRecord(const std::shared_ptr<NYBRecord>& record) const;
+  // The photo read from the record's file; null without a mapping or when
+  // the file cannot be read.
+  std::shared_ptr<NYBImage> imageForRecord(const std::shared_ptr<NYBRecord>& record) const;
+  // The first record of the photo map, in its order, that has a recordID;
+  // null when none has.
+  std::shared_ptr<NYBRecord> findNextImageRecordWithRecordID() const;
+  // Deletes the record's photo file (logging "NYBSessionData: Unable to erase
+  // image file. Detail: <reason>" when that fails, a missing file included)
+  // and removes its mapping in every case.
+  void removeImageForRecord(const std::shared_ptr<NYBRecord>& record);
+  // Moves the old record's file name to the new record; the file keeps its
+  // name. Nothing when either is null or the old record has no mapping.
+  void replaceImageRecord(const std::shared_ptr<NYBRecord>& oldRecord,
+                          const std::shared_ptr<NYBRecord>& newRecord);
+  std::optional<std::string> imageFilenameForRecord(const std::shared_ptr<NYBRecord>& record) const;
+  std::optional<std::string> imageFilepathForRecord(const std::shared_ptr<NYBRecord>& record) const;
+  // The image directory joined with the name; absent for an absent name and
+  // for one that is not a plain file name (empty, ".", "..", or holding a
+  // "/"), so that a damaged archive cannot point outside the directory.
+  std::optional<std::string> pathForImageName(const std::optional<std::string>& name) const;
+  // Maps the name to a copy of the record, replacing an earlier mapping;
+  // nothing when either is null or empty.
+  void addImageFilename(const std::shared_ptr<NYBRecord>& record,
+                        const std::optional<std::string>& filename);
+  void removeImageFilename(const std::shared_ptr<NYBRecord>& record);
+  // <documents directory>/images
+  std::string imageDirectory() const;
+  // Makes the image directory (mode 0700, with missing parents) when nothing
+  // exists at its path; logs "NYBSessionData: Unable to create directory for
+  // images to upload. Detail: <reason>" on failure.
+  void verifyImageDirectory() const;
+  // Deletes everything inside the image directory, ignoring failures; the
+  // photo map is not touched.
+  void eraseImageDirectoryContents() const;
+
+  // ---- Add-on state --------------------------------------------------------
+  std::optional<NYBData> dataForBluetoothPeripheralID(std::uint64_t bluetoothPeripheralID) const;
+  void setData(const NYBData& data, std::uint64_t forBluetoothPeripheralID);
+
+  // ---- Properties ----------------------------------------------------------
+  // An array of records, head first.
+  const NYBDynamicValue& records() const { return records_; }
+  void setRecords(NYBDynamicValue records) { records_ = std::move(records); }
+  // A dictionary: record to file name.
+  const NYBDynamicValue& imageFilenames() const { return imageFilenames_; }
+  void setImageFilenames(NYBDynamicValue imageFilenames) {
+    imageFilenames_ = std::move(imageFilenames);
+  }
+  // An NYBUser.
+  const NYBDynamicValue& user() const { return user_; }
+  void setUser(NYBDynamicValue user) { user_ = std::move(user); }
+  const NYBDynamicValue& queryDates() const { return queryDates_; }
+  void setQueryDates(NYBDynamicValue queryDates) { queryDates_ = std::move(queryDates); }
+  const NYBDynamicValue& anchors() const { return anchors_; }
+  void setAnchors(NYBDynamicValue anchors) { anchors_ = std::move(anchors); }
+  const NYBDynamicValue& routineQueryTimestamp() const { return routineQueryTimestamp_; }
+  void setRoutineQueryTimestamp(NYBDynamicValue date) { routineQueryTimestamp_ = std::move(date); }
+  const NYBDynamicValue& routineFetchTimestamp() const { return routineFetchTimestamp_; }
+  void setRoutineFetchTimestamp(NYBDynamicValue date) { routineFetchTimestamp_ = std::move(date); }
+  const NYBDynamicValue& intradayStepsQueryTimestamp() const {
+    return intradayStepsQueryTimestamp_;
+  }
+  void setIntradayStepsQueryTimestamp(NYBDynamicValue date) {
+    intradayStepsQueryTimestamp_ = std::move(date);
+  }
+  const NYBDynamicValue& intradayStepsFetchTimestamp() const {
+    return intradayStepsFetchTimestamp_;
+  }
+  void setIntradayStepsFetchTimestamp(NYBDynamicValue date) {
+    intradayStepsFetchTimestamp_ = std::move(date);
+  }
+  const NYBDynamicValue& passivePeripheralIDs() const { return passivePeripheralIDs_; }
+  void setPassivePeripheralIDs(NYBDynamicValue ids) { passivePeripheralIDs_ = std::move(ids); }
+  // A dictionary: peripheral identifier (number) to data.
+  const NYBDynamicValue& bluetoothPeripheralData() const { return bluetoothPeripheralData_; }
+  void setBluetoothPeripheralData(NYBDynamicValue data) {
+    bluetoothPeripheralData_ = std::move(data);
+  }
+
+ private:
+  NYBDynamicValue records_;
+  NYBDynamicValue imageFilenames_;
+  NYBDynamicValue user_;
+  NYBDynamicValue queryDates_;
+  NYBDynamicValue anchors_;
+  NYBDynamicValue routineQueryTimestamp_;
+  NYBDynamicValue routineFetchTimestamp_;
+  NYBDynamicValue intradayStepsQueryTimestamp_;
+  NYBDynamicValue intradayStepsFetchTimestamp_;
+  NYBDynamicValue passivePeripheralIDs_;
+  NYBDynamicValue bluetoothPeripheralData_;
+};
+
+}  // namespace nyb

@@ -1,0 +1,286 @@
+#include "NymbrelCore/NYBSessionData.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBConstants.h"
+#include "NymbrelCore/NYBDictionary.h"
+#include "NymbrelCore/NYBDocuments.h"
+#include "platform/DurableFile.h"
+#include "platform/Log.h"
+
+namespace nyb {
+
+namespace {
+
+const NYBDictionary& dictionaryOf(const NYBDynamicValue& value) {
+  static const NYBDictionary empty;
+  const NYBDictionary* dictionary = value.dictionary();
+  return dictionary != nullptr ? *dictionary : empty;
+}
+
+const NYBArray& arrayOf(const NYBDynamicValue& value) {
+  static const NYBArray empty;
+  const NYBArray* array = value.array();
+  return array != nullptr ? *array : empty;
+}
+
+// A file name that stays inside its directory.
+bool isPlainFileName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+}  // namespace
+
+const NYBModelClass& NYBSessionData::staticClass() {
+  static const NYBModelClass cls(
+      {"NYBSessionData",
+       &NYBModel::staticClass(),
+       [] { return std::make_shared<NYBSessionData>(); },
+       NYBPropertyTable::of<NYBSessionData>()
+           .field("records", &NYBSessionData::records_)
+           .field("imageFilenames", &NYBSessionData::imageFilenames_)
+           .field("user", &NYBSessionData::user_)
+           .field("queryDates", &NYBSessionData::queryDates_)
+           .field("anchors", &NYBSessionData::anchors_)
+           .field("routineQueryTimestamp", &NYBSessionData::routineQueryTimestamp_)
+           .field("routineFetchTimestamp", &NYBSessionData::routineFetchTimestamp_)
+           .field("intradayStepsQueryTimestamp", &NYBSessionData::intradayStepsQueryTimestamp_)
+           .field("intradayStepsFetchTimestamp", &NYBSessionData::intradayStepsFetchTimestamp_)
+           .field("passivePeripheralIDs", &NYBSessionData::passivePeripheralIDs_)
+           .field("bluetoothPeripheralData", &NYBSessionData::bluetoothPeripheralData_),
+       std::nullopt,
+       {}});
+  return cls;
+}
+
+NYBSessionData::NYBSessionData() : NYBSessionData(nullptr) {}
+
+NYBSessionData::NYBSessionData(std::shared_ptr<NYBUser> user)
+    : records_(NYBArray()),
+      imageFilenames_(NYBDictionary()),
+      queryDates_(NYBDictionary()),
+      anchors_(NYBDictionary()),
+      bluetoothPeripheralData_(NYBDictionary()) {
+  if (user) user_ = std::move(user);
+}
+
+std::shared_ptr<NYBSessionData> NYBSessionData::snapshot() const {
+  auto copy = copyAs<NYBSessionData>();
+  // A record that is both queued and a photo key is copied once.
+  std::unordered_map<const NYBObject*, NYBDynamicValue> copies;
+  auto copyRecord = [&copies](const NYBDynamicValue& value) -> NYBDynamicValue {
+    auto model = value.objectAs<NYBModel>();
+    if (!model) return value;
+    auto [entry, inserted] = copies.try_emplace(model.get());
+    if (inserted) entry->second = model->copy();
+    return entry->second;
+  };
+  if (records_.isArray()) {
+    NYBArray records;
+    records.reserve(arrayOf(records_).size());
+    for (const NYBDynamicValue& record : arrayOf(records_)) records.append(copyRecord(record));
+    copy->records_ = std::move(records);
+  }
+  if (imageFilenames_.isDictionary()) {
+    NYBDictionary map;
+    map.reserve(dictionaryOf(imageFilenames_).size());
+    for (const auto& [record, name] : dictionaryOf(imageFilenames_)) {
+      map.append(copyRecord(record), name);
+    }
+    copy->imageFilenames_ = std::move(map);
+  }
+  return copy;
+}
+
+// MARK: - Queue
+
+void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record) {
+  if (!record) return;
+  NYBArray records = arrayOf(records_);
+  records.append(record);
+  setRecords(std::move(records));
+}
+
+void NYBSessionData::addRecords(const std::vector<std::shared_ptr<NYBRecord>>& records) {
+  NYBArray queue = arrayOf(records_);
+  queue.reserve(queue.size() + records.size());
+  for (const auto& record : records) {
+    if (record) queue.append(record);
+  }
+  setRecords(std::move(queue));
+}
+
+void NYBSessionData::addRecords(const NYBDynamicValue& records) {
+  const NYBArray* added = records.array();
+  if (added == nullptr) return;
+  NYBArray queue = arrayOf(records_);
+  queue.reserve(queue.size() + added->size());
+  for (const NYBDynamicValue& record : *added) {
+    if (record.objectAs<NYBRecord>()) queue.append(record);
+  }
+  setRecords(std::move(queue));
+}
+
+std::shared_ptr<NYBRecord> NYBSessionData::peekNextRecord() const {
+  const NYBArray& queue = arrayOf(records_);
+  if (queue.empty()) return nullptr;
+  return queue[0].objectAs<NYBRecord>();
+}
+
+void NYBSessionData::removeNextRecordIfMatch(const std::shared_ptr<NYBRecord>& record) {
+  const NYBArray& queue = arrayOf(records_);
+  if (!record || queue.empty() || !queue[0].isEqual(NYBDynamicValue(record))) return;
+  NYBArray rest = queue;
+  rest.removeAt(0);
+  setRecords(std::move(rest));
+}
+
+bool NYBSessionData::hasRecords() const { return !arrayOf(records_).empty(); }
+
+// MARK: - Photos
+
+void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record,
+                               const std::shared_ptr<const NYBImage>& image) {
+  if (!record || !image) return;
+  addRecord(record);
+  const std::string filename = std::to_string(record->hash()) + ".png";
+  const std::optional<std::string> path = pathForImageName(filename);
+  const std::optional<NYBData> png = NYBImagePNGRepresentation(image);
+  std::error_code error;
+  if (path && png && writeFileDurably(*path, png->view(), error)) {
+    addImageFilename(record, filename);
+  } else {
+    log("NYBSessionData: Error converting image to PNG representation");
+  }
+}
+
+bool NYBSessionData::hasImages() const { return !dictionaryOf(imageFilenames_).empty(); }
+
+bool NYBSessionData::hasImageForRecord(const std::shared_ptr<NYBRecord>& record) const {
+  return imageFilenameForRecord(record).has_value();
+}
+
+std::shared_ptr<NYBImage> NYBSessionData::imageForRecord(
+    const std::shared_ptr<NYBRecord>& record) const {
+  const std::optional<std::string> path = imageFilepathForRecord(record);
+  if (!path) return nullptr;
+  return NYBImage::imageWithContentsOfFile(*path);
+}
+
+std::shared_ptr<NYBRecord> NYBSessionData::findNextImageRecordWithRecordID() const {
+  for (const auto& [key, name] : dictionaryOf(imageFilenames_)) {
+    auto record = key.objectAs<NYBRecord>();
+    if (record && record->recordID().isPresent()) return record;
+  }
+  return nullptr;
+}
+
+void NYBSessionData::removeImageForRecord(const std::shared_ptr<NYBRecord>& record) {
+  if (const std::optional<std::string> path = imageFilepathForRecord(record)) {
+    if (::unlink(path->c_str()) != 0) {
+      log("NYBSessionData: Unable to erase image file. Detail: {}",
+          std::error_code(errno, std::generic_category()).message());
+    }
+  }
+  removeImageFilename(record);
+}
+
+void NYBSessionData::replaceImageRecord(const std::shared_ptr<NYBRecord>& oldRecord,
+                                        const std::shared_ptr<NYBRecord>& newRecord) {
+  if (!oldRecord || !newRecord) return;
+  const std::optional<std::string> filename = imageFilenameForRecord(oldRecord);
+  removeImageFilename(oldRecord);
+  addImageFilename(newRecord, filename);
+}
+
+std::optional<std::string> NYBSessionData::imageFilenameForRecord(
+    const std::shared_ptr<NYBRecord>& record) const {
+  if (!record) return std::nullopt;
+  const NYBDynamicValue* name = dictionaryOf(imageFilenames_).find(NYBDynamicValue(record));
+  if (name == nullptr) return std::nullopt;
+  return name->string();
+}
+
+std::optional<std::string> NYBSessionData::imageFilepathForRecord(
+    const std::shared_ptr<NYBRecord>& record) const {
+  return pathForImageName(imageFilenameForRecord(record));
+}
+
+std::optional<std::string> NYBSessionData::pathForImageName(
+    const std::optional<std::string>& name) const {
+  if (!name || !isPlainFileName(*name)) return std::nullopt;
+  return (std::filesystem::path(imageDirectory()) / *name).string();
+}
+
+void NYBSessionData::addImageFilename(const std::shared_ptr<NYBRecord>& record,
+                                      const std::optional<std::string>& filename) {
+  if (!record || !filename || filename->empty()) return;
+  NYBDictionary map = dictionaryOf(imageFilenames_);
+  // The key is a copy, as a dictionary copies its keys: a record changed
+  // after it was queued no longer finds the photo, and no one can change a
+  // key under the map.
+  map.set(record->copy(), *filename);
+  setImageFilenames(std::move(map));
+}
+
+void NYBSessionData::removeImageFilename(const std::shared_ptr<NYBRecord>& record) {
+  if (!record) return;
+  NYBDictionary map = dictionaryOf(imageFilenames_);
+  if (!map.remove(NYBDynamicValue(record))) return;
+  setImageFilenames(std::move(map));
+}
+
+std::string NYBSessionData::imageDirectory() const {
+  return (std::filesystem::path(NYBDocuments::documentsDirectory()) / kNYBImageDirectory).string();
+}
+
+void NYBSessionData::verifyImageDirectory() const {
+  const std::string directory = imageDirectory();
+  std::error_code error;
+  if (std::filesystem::status(directory, error).type() != std::filesystem::file_type::not_found) {
+    return;
+  }
+  if (!createPrivateDirectories(directory, error)) {
+    log("NYBSessionData: Unable to create directory for images to upload. Detail: {}",
+        error.message());
+  }
+}
+
+void NYBSessionData::eraseImageDirectoryContents() const {
+  std::error_code error;
+  std::filesystem::directory_iterator entries(imageDirectory(), error);
+  if (error) return;
+  std::vector<std::filesystem::path> paths;
+  for (const auto& entry : entries) paths.push_back(entry.path());
+  for (const auto& path : paths) {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+}
+
+// MARK: - Add-on state
+
+std::optional<NYBData> NYBSessionData::dataForBluetoothPeripheralID(
+    std::uint64_t bluetoothPeripheralID) const {
+  const NYBDynamicValue* data =
+      dictionaryOf(bluetoothPeripheralData_).find(NYBDynamicValue(bluetoothPeripheralID));
+  if (data == nullptr || data->data() == nullptr) return std::nullopt;
+  return *data->data();
+}
+
+void NYBSessionData::setData(const NYBData& data, std::uint64_t forBluetoothPeripheralID) {
+  NYBDictionary peripherals = dictionaryOf(bluetoothPeripheralData_);
+  peripherals.set(NYBDynamicValue(forBluetoothPeripheralID), data);
+  setBluetoothPeripheralData(std::move(peripherals));
+}
+
+}  // namespace nyb

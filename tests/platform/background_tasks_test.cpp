@@ -1,0 +1,85 @@
+// Background tasks: the application object forwards to its delegate, and the
+// counting delegate tells a test whether every task was ended exactly once.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "NymbrelCore/NYBApplication.h"
+
+namespace nyb {
+namespace {
+
+class BackgroundTasks : public ::testing::Test {
+ protected:
+  void SetUp() override { application.setBackgroundTaskDelegate(tasks); }
+  void TearDown() override { application.setBackgroundTaskDelegate(nullptr); }
+
+  NYBApplication& application = NYBApplication::sharedApplication();
+  std::shared_ptr<NYBCountingBackgroundTaskDelegate> tasks =
+      std::make_shared<NYBCountingBackgroundTaskDelegate>();
+};
+
+TEST_F(BackgroundTasks, CountsOpenTasksAndEndsThatAreNotBalanced) {
+  const auto first = application.beginBackgroundTaskWithExpirationHandler(nullptr);
+  const auto second = application.beginBackgroundTaskWithExpirationHandler([] {});
+  EXPECT_NE(first, NYBBackgroundTaskInvalid);
+  EXPECT_NE(second, NYBBackgroundTaskInvalid);
+  EXPECT_NE(first, second);
+  EXPECT_EQ(tasks->openTaskCount(), 2U);
+
+  application.endBackgroundTask(first);
+  application.endBackgroundTask(first);                     // a second end of the same task
+  application.endBackgroundTask(NYBBackgroundTaskInvalid);  // the "already ended" marker
+  EXPECT_EQ(tasks->openTaskCount(), 1U);
+  EXPECT_EQ(tasks->beganTaskCount(), 2U);
+  EXPECT_EQ(tasks->strayEndCount(), 1U);
+}
+
+TEST_F(BackgroundTasks, ExpirationRunsTheHandlersOfOpenTasksOnly) {
+  // The pattern the session uses: a cell shared by the handler and the
+  // completion, whichever comes first ends the task and clears the cell.
+  NYBBackgroundTaskIdentifier cell = NYBBackgroundTaskInvalid;
+  int expirations = 0;
+  cell = application.beginBackgroundTaskWithExpirationHandler([&] {
+    ++expirations;
+    application.endBackgroundTask(cell);
+    cell = NYBBackgroundTaskInvalid;
+  });
+  const auto finished = application.beginBackgroundTaskWithExpirationHandler(
+      [&] { ADD_FAILURE() << "an ended task expired"; });
+  application.endBackgroundTask(finished);
+
+  EXPECT_EQ(tasks->expireOpenTasks(), 1U);
+  EXPECT_EQ(expirations, 1);
+  // The completion arrives late and finds the cell cleared.
+  application.endBackgroundTask(cell);
+  EXPECT_EQ(tasks->openTaskCount(), 0U);
+  EXPECT_EQ(tasks->strayEndCount(), 0U);
+  EXPECT_EQ(tasks->expireOpenTasks(), 0U);
+}
+
+TEST_F(BackgroundTasks, AHostDelegateReceivesEveryBeginAndEnd) {
+  struct HostDelegate : NYBBackgroundTaskDelegate {
+    NYBBackgroundTaskIdentifier beginBackgroundTask(ExpirationHandler) override { return 42; }
+    void endBackgroundTask(NYBBackgroundTaskIdentifier id) override { ended.push_back(id); }
+    std::vector<NYBBackgroundTaskIdentifier> ended;
+  };
+  auto host = std::make_shared<HostDelegate>();
+  application.setBackgroundTaskDelegate(host);
+  EXPECT_EQ(application.backgroundTaskDelegate(), host);
+  EXPECT_EQ(application.beginBackgroundTaskWithExpirationHandler(nullptr), 42U);
+  application.endBackgroundTask(42);
+  application.endBackgroundTask(NYBBackgroundTaskInvalid);  // never reaches a delegate
+  EXPECT_EQ(host->ended, (std::vector<NYBBackgroundTaskIdentifier>{42}));
+
+  // Null puts a fresh counting delegate back.
+  application.setBackgroundTaskDelegate(nullptr);
+  auto fallback = std::dynamic_pointer_cast<NYBCountingBackgroundTaskDelegate>(
+      application.backgroundTaskDelegate());
+  ASSERT_NE(fallback, nullptr);
+  EXPECT_EQ(fallback->beganTaskCount(), 0U);
+}
+
+}  // namespace
+}  // namespace nyb

@@ -1,0 +1,138 @@
+// The notification centre: who receives a notification, in which order and
+// on which thread, and how removal and registration during a delivery behave.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "NymbrelCore/NYBNotificationCenter.h"
+#include "support/TestModels.h"
+
+namespace nyb {
+namespace {
+
+TEST(NotificationCenter, MatchesByNameAndSenderInRegistrationOrderOnThePostingThread) {
+  NYBNotificationCenter center;
+  auto sender = std::make_shared<test::TestAddress>();
+  auto other = std::make_shared<test::TestAddress>();  // equal values, another object
+  std::vector<std::string> calls;
+  auto record = [&calls](std::string tag) {
+    return [&calls, tag](const NYBNotification&) { calls.push_back(tag); };
+  };
+  center.addObserverForName("changed", sender, record("sender"));
+  center.addObserverForName("changed", {}, record("any sender"));
+  center.addObserverForName(std::nullopt, {}, record("everything"));
+  center.addObserverForName("changed", other, record("other"));
+  center.addObserverForName("changed", "label", record("label"));
+  center.addObserverForName("other name", {}, record("other name"));
+
+  const auto poster = std::this_thread::get_id();
+  std::thread::id seenOn;
+  NYBDictionary info{{"error", "boom"}};
+  center.addObserverForName("changed", sender, [&](const NYBNotification& n) {
+    seenOn = std::this_thread::get_id();
+    EXPECT_EQ(n.name(), "changed");
+    EXPECT_EQ(n.object().object().get(), sender.get());
+    EXPECT_EQ(n.userInfo(), info);
+  });
+
+  center.postNotificationName("changed", sender, info);
+  // Delivered before the post returned, in registration order; an equal but
+  // distinct object does not match an object filter.
+  EXPECT_EQ(calls, (std::vector<std::string>{"sender", "any sender", "everything"}));
+  EXPECT_EQ(seenOn, poster);
+
+  calls.clear();
+  center.postNotificationName("changed", "label");
+  EXPECT_EQ(calls, (std::vector<std::string>{"any sender", "everything", "label"}));
+
+  calls.clear();
+  center.postNotification(NYBNotification("unrelated"));
+  EXPECT_EQ(calls, (std::vector<std::string>{"everything"}));
+}
+
+TEST(NotificationCenter, RemovalAndRegistrationDuringADelivery) {
+  NYBNotificationCenter center;
+  std::vector<std::string> calls;
+  NYBNotificationToken second;
+  NYBNotificationToken self;
+  bool addedLate = false;
+
+  center.addObserverForName("tick", {}, [&](const NYBNotification&) {
+    calls.push_back("first");
+    center.removeObserver(second);  // not yet called in this delivery
+    if (!addedLate) {
+      addedLate = true;
+      center.addObserverForName("tick", {},
+                                [&](const NYBNotification&) { calls.push_back("late"); });
+    }
+  });
+  second = center.addObserverForName("tick", {},
+                                     [&](const NYBNotification&) { calls.push_back("second"); });
+  self = center.addObserverForName("tick", {}, [&](const NYBNotification&) {
+    calls.push_back("self");
+    center.removeObserver(self);
+  });
+
+  center.postNotificationName("tick");
+  EXPECT_EQ(calls, (std::vector<std::string>{"first", "self"}));
+  EXPECT_EQ(center.observerCount(), 2U);  // first and late
+
+  calls.clear();
+  center.postNotificationName("tick");
+  EXPECT_EQ(calls, (std::vector<std::string>{"first", "late"}));
+
+  // Removing twice, or an empty token, does nothing.
+  center.removeObserver(second);
+  center.removeObserver(NYBNotificationToken());
+  EXPECT_EQ(center.observerCount(), 2U);
+}
+
+TEST(NotificationCenter, AnObjectFilterDoesNotKeepTheObjectAlive) {
+  NYBNotificationCenter center;
+  auto sender = std::make_shared<test::TestAddress>();
+  std::weak_ptr<test::TestAddress> watched = sender;
+  int calls = 0;
+  center.addObserverForName("gone", sender, [&](const NYBNotification&) { ++calls; });
+  sender.reset();
+  EXPECT_TRUE(watched.expired());
+
+  // A new object never matches the filter of the one that went, even at the
+  // same address.
+  for (int i = 0; i < 8; ++i) {
+    center.postNotificationName("gone", std::make_shared<test::TestAddress>());
+  }
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(NotificationCenter, PostsFromManyThreadsWhileObserversComeAndGo) {
+  NYBNotificationCenter center;
+  std::atomic<int> steady{0};
+  center.addObserverForName("load", {}, [&](const NYBNotification&) { ++steady; });
+
+  constexpr int kPosters = 4, kEach = 500;
+  std::atomic<bool> done{false};
+  std::thread churn([&] {
+    while (!done) {
+      auto token = center.addObserverForName("load", {}, [](const NYBNotification&) {});
+      center.removeObserver(token);
+    }
+  });
+  std::vector<std::thread> posters;
+  for (int t = 0; t < kPosters; ++t) {
+    posters.emplace_back([&] {
+      for (int i = 0; i < kEach; ++i) center.postNotificationName("load");
+    });
+  }
+  for (auto& poster : posters) poster.join();
+  done = true;
+  churn.join();
+  EXPECT_EQ(steady.load(), kPosters * kEach);
+  EXPECT_EQ(center.observerCount(), 1U);
+}
+
+}  // namespace
+}  // namespace nyb

@@ -1,0 +1,331 @@
+// The reachability monitor: its targets, its two status rules and the flag
+// log line, change notifications on the starting thread's run loop, and, in a
+// network namespace of its own, a real route coming and going.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "NymbrelCore/NYBFakeReachabilitySource.h"
+#include "NymbrelCore/NYBNotificationCenter.h"
+#include "NymbrelCore/NYBReachability.h"
+#include "NymbrelCore/NYBRunLoop.h"
+#include "support/LogCapture.h"
+
+namespace nyb {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr NYBReachabilityFlags t = kNYBReachabilityFlagsTransientConnection;
+constexpr NYBReachabilityFlags R = kNYBReachabilityFlagsReachable;
+constexpr NYBReachabilityFlags c = kNYBReachabilityFlagsConnectionRequired;
+constexpr NYBReachabilityFlags C = kNYBReachabilityFlagsConnectionOnTraffic;
+constexpr NYBReachabilityFlags i = kNYBReachabilityFlagsInterventionRequired;
+constexpr NYBReachabilityFlags D = kNYBReachabilityFlagsConnectionOnDemand;
+constexpr NYBReachabilityFlags l = kNYBReachabilityFlagsIsLocalAddress;
+constexpr NYBReachabilityFlags d = kNYBReachabilityFlagsIsDirect;
+constexpr NYBReachabilityFlags W = kNYBReachabilityFlagsIsWWAN;
+
+// Counts change notifications from one monitor (or any) for the scope.
+class ChangeObserver {
+ public:
+  explicit ChangeObserver(const std::shared_ptr<NYBReachability>& monitor = nullptr) {
+    NYBDynamicValue sender;
+    if (monitor) sender = monitor;
+    token_ = NYBNotificationCenter::defaultCenter().addObserverForName(
+        std::string(kReachabilityChangedNotification), sender, [this](const NYBNotification& n) {
+          objects.push_back(n.object().object().get());
+          threads.push_back(std::this_thread::get_id());
+          userInfoEmpty = userInfoEmpty && n.userInfo().empty();
+        });
+  }
+  ~ChangeObserver() { NYBNotificationCenter::defaultCenter().removeObserver(token_); }
+  ChangeObserver(const ChangeObserver&) = delete;
+  ChangeObserver& operator=(const ChangeObserver&) = delete;
+
+  std::vector<const NYBObject*> objects;
+  std::vector<std::thread::id> threads;
+  bool userInfoEmpty = true;
+
+ private:
+  NYBNotificationToken token_;
+};
+
+class Reachability : public ::testing::Test {
+ protected:
+  void SetUp() override { NYBReachabilitySource::setDefaultSource(fake); }
+  void TearDown() override { NYBReachabilitySource::setDefaultSource(nullptr); }
+
+  std::shared_ptr<NYBFakeReachabilitySource> fake = std::make_shared<NYBFakeReachabilitySource>(R);
+};
+
+TEST_F(Reachability, FactoriesAskForTheirTargets) {
+  auto internet = NYBReachability::reachabilityForInternetConnection();
+  auto wifi = NYBReachability::reachabilityForLocalWiFi();
+  auto host = NYBReachability::reachabilityWithHostName("api.example.com");
+  ASSERT_TRUE(internet && wifi && host);
+  EXPECT_FALSE(internet->alwaysReturnLocalWiFiStatus());
+  EXPECT_TRUE(wifi->alwaysReturnLocalWiFiStatus());
+  EXPECT_FALSE(host->alwaysReturnLocalWiFiStatus());
+
+  const auto requests = fake->requests();
+  ASSERT_EQ(requests.size(), 3U);
+  const auto& zero = reinterpret_cast<const sockaddr_in&>(requests[0].address);
+  EXPECT_EQ(zero.sin_family, AF_INET);
+  EXPECT_EQ(zero.sin_port, 0);
+  EXPECT_EQ(zero.sin_addr.s_addr, ::inet_addr("0.0.0.0"));
+  const auto& linkLocal = reinterpret_cast<const sockaddr_in&>(requests[1].address);
+  EXPECT_EQ(linkLocal.sin_family, AF_INET);
+  EXPECT_EQ(linkLocal.sin_port, 0);
+  EXPECT_EQ(linkLocal.sin_addr.s_addr, ::inet_addr("169.254.0.0"));
+  EXPECT_EQ(requests[2].hostName, "api.example.com");
+
+  // Each monitor owns its target and releases it when it goes.
+  EXPECT_EQ(fake->liveTargetCount(), 3U);
+  internet.reset();
+  wifi.reset();
+  host.reset();
+  EXPECT_EQ(fake->liveTargetCount(), 0U);
+
+  // No target, no monitor; the local Wi-Fi monitor included.
+  fake->setFailsCreation(true);
+  EXPECT_EQ(NYBReachability::reachabilityForInternetConnection(), nullptr);
+  EXPECT_EQ(NYBReachability::reachabilityForLocalWiFi(), nullptr);
+  EXPECT_EQ(NYBReachability::reachabilityWithHostName("api.example.com"), nullptr);
+}
+
+TEST_F(Reachability, NetworkStatusRule) {
+  auto monitor = NYBReachability::reachabilityForInternetConnection();
+  struct Case {
+    NYBReachabilityFlags flags;
+    NYBReachabilityStatus status;
+  };
+  const Case cases[] = {
+      {0, NYBNotReachable},
+      {W | d | l, NYBNotReachable},  // nothing counts without Reachable
+      {R, NYBReachableViaWiFi},
+      {R | i, NYBReachableViaWiFi},  // intervention matters only with on-demand or on-traffic
+      {R | c, NYBNotReachable},
+      {R | c | D, NYBReachableViaWiFi},
+      {R | c | D | i, NYBNotReachable},
+      {R | c | C, NYBReachableViaWiFi},
+      {R | c | C | i, NYBNotReachable},
+      {R | W, NYBReachableViaWWAN},
+      {R | W | c | i | t, NYBReachableViaWWAN},
+  };
+  for (const Case& each : cases) {
+    EXPECT_EQ(monitor->networkStatusForFlags(each.flags), each.status) << "flags " << each.flags;
+  }
+}
+
+TEST_F(Reachability, LocalWiFiRuleAndCurrentStatus) {
+  auto wifi = NYBReachability::reachabilityForLocalWiFi();
+  EXPECT_EQ(wifi->localWiFiStatusForFlags(R | d), NYBReachableViaWiFi);
+  EXPECT_EQ(wifi->localWiFiStatusForFlags(R | d | c | W), NYBReachableViaWiFi);
+  EXPECT_EQ(wifi->localWiFiStatusForFlags(R), NYBNotReachable);
+  EXPECT_EQ(wifi->localWiFiStatusForFlags(d), NYBNotReachable);
+
+  // The Wi-Fi monitor judges its flags by the local rule, the others by the
+  // network rule: plain Reachable tells them apart.
+  auto internet = NYBReachability::reachabilityForInternetConnection();
+  fake->setFlags(R);
+  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBNotReachable);
+  EXPECT_EQ(internet->currentReachabilityStatus(), NYBReachableViaWiFi);
+  fake->setFlags(R | d | W);
+  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBReachableViaWiFi);
+  EXPECT_EQ(internet->currentReachabilityStatus(), NYBReachableViaWWAN);
+
+  EXPECT_FALSE(internet->connectionRequired());
+  fake->setFlags(R | c);
+  EXPECT_TRUE(internet->connectionRequired());
+
+  // Unreadable flags: not reachable, no connection required, nothing logged.
+  fake->setFlagsReadable(false);
+  test::LogCapture log;
+  EXPECT_EQ(internet->currentReachabilityStatus(), NYBNotReachable);
+  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBNotReachable);
+  EXPECT_FALSE(internet->connectionRequired());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(Reachability, EveryStatusQueryLogsTheFlags) {
+  auto monitor = NYBReachability::reachabilityForInternetConnection();
+  test::LogCapture log;
+  monitor->networkStatusForFlags(R | d);
+  monitor->localWiFiStatusForFlags(0);
+  monitor->networkStatusForFlags(W | R | t | c | C | i | D | l | d);
+  PrintReachabilityFlags(t | l, "custom");
+  fake->setFlags(R | c);
+  monitor->currentReachabilityStatus();
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                             "Reachability Flag Status: -R ------d networkStatusForFlags\n",
+                             "Reachability Flag Status: -- ------- localWiFiStatusForFlags\n",
+                             "Reachability Flag Status: WR tcCiDld networkStatusForFlags\n",
+                             "Reachability Flag Status: -- t----l- custom\n",
+                             "Reachability Flag Status: -R -c----- networkStatusForFlags\n",
+                         }));
+}
+
+TEST_F(Reachability, ChangesArePostedOnTheRunLoopThatStartedTheNotifier) {
+  auto monitor = NYBReachability::reachabilityForInternetConnection();
+  auto other = NYBReachability::reachabilityForLocalWiFi();
+  ChangeObserver changes;
+  ASSERT_TRUE(monitor->startNotifier());
+  EXPECT_EQ(fake->scheduledTargetCount(), 1U);
+
+  fake->setFlags(0);
+  EXPECT_TRUE(changes.objects.empty());  // not before the loop runs
+  ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return !changes.objects.empty(); }, 10s));
+  NYBRunLoop::main().runOnce();
+  ASSERT_EQ(changes.objects.size(), 1U);
+  EXPECT_EQ(changes.objects[0], monitor.get());  // the monitor itself, not a copy
+  EXPECT_EQ(changes.threads[0], std::this_thread::get_id());
+  EXPECT_TRUE(changes.userInfoEmpty);
+
+  // Each change is announced, whatever the new flags.
+  fake->setFlags(R);
+  ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return changes.objects.size() == 2; }, 10s));
+
+  // Stopped, then started again.
+  monitor->stopNotifier();
+  EXPECT_EQ(fake->scheduledTargetCount(), 0U);
+  fake->setFlags(R | d);
+  NYBRunLoop::main().runOnce();
+  EXPECT_EQ(changes.objects.size(), 2U);
+  ASSERT_TRUE(monitor->startNotifier());
+  fake->setFlags(R);
+  ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return changes.objects.size() == 3; }, 10s));
+
+  // A change signalled just before the monitor goes is never delivered: the
+  // monitor stops its notifier before it releases its target.
+  fake->setFlags(0);
+  monitor.reset();
+  EXPECT_EQ(fake->liveTargetCount(), 1U);  // only the unstarted Wi-Fi monitor's
+  NYBRunLoop::main().runOnce();
+  EXPECT_EQ(changes.objects.size(), 3U);
+}
+
+TEST_F(Reachability, StartFailsWhenTheTargetRefuses) {
+  auto monitor = NYBReachability::reachabilityForInternetConnection();
+  fake->setFailsSettingCallback(true);
+  EXPECT_FALSE(monitor->startNotifier());
+  fake->setFailsSettingCallback(false);
+  fake->setFailsScheduling(true);
+  EXPECT_FALSE(monitor->startNotifier());
+  EXPECT_EQ(fake->scheduledTargetCount(), 0U);
+}
+
+TEST_F(Reachability, AMonitorStartedOnAnotherThreadPostsThere) {
+  std::shared_ptr<NYBReachability> monitor = NYBReachability::reachabilityForInternetConnection();
+  ChangeObserver changes(monitor);
+  std::atomic<bool> started{false};
+  std::atomic<std::size_t> seen{0};
+  std::thread::id workerID;
+  std::thread worker([&] {
+    workerID = std::this_thread::get_id();
+    monitor->startNotifier();
+    started = true;
+    NYBRunLoop::current()->runUntil([&] { return seen.load() > 0; }, 10s);
+    monitor->stopNotifier();
+  });
+  // The observer's vectors are only read after the join; `seen` is polled.
+  auto counter = NYBNotificationCenter::defaultCenter().addObserverForName(
+      std::string(kReachabilityChangedNotification), monitor,
+      [&](const NYBNotification&) { ++seen; });
+  while (!started) std::this_thread::yield();
+  fake->setFlags(0);
+  worker.join();
+  NYBNotificationCenter::defaultCenter().removeObserver(counter);
+  ASSERT_EQ(changes.threads.size(), 1U);
+  EXPECT_EQ(changes.threads[0], workerID);
+}
+
+// ---- The kernel source in a network namespace of the test's own ------------
+
+// A named network namespace whose only link is the loopback, made with
+// iproute2 and deleted when the object goes.
+class NetworkNamespace {
+ public:
+  NetworkNamespace() : name_("nyb-reach-" + std::to_string(::getpid())) {
+    std::system(("ip netns del " + name_ + " >/dev/null 2>&1").c_str());
+    made_ = ip("netns add " + name_) && ip("-n " + name_ + " link set lo up");
+  }
+  ~NetworkNamespace() {
+    if (made_) ip("netns del " + name_);
+  }
+  bool made() const { return made_; }
+  const std::string& name() const { return name_; }
+  // Runs `ip -n <name> <arguments>`.
+  bool inside(const std::string& arguments) const { return ip("-n " + name_ + " " + arguments); }
+
+ private:
+  static bool ip(const std::string& arguments) {
+    return std::system(("ip " + arguments + " >/dev/null 2>&1").c_str()) == 0;
+  }
+  std::string name_;
+  bool made_ = false;
+};
+
+TEST(KernelReachability, ARouteComingAndGoingIsAnnounced) {
+  NetworkNamespace space;
+  if (!space.made()) {
+    GTEST_SKIP() << "cannot make a network namespace here (needs root and iproute2)";
+  }
+  const int nsFD = ::open(("/run/netns/" + space.name()).c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(nsFD, 0);
+  NYBReachabilitySource::setDefaultSource(nullptr);  // the kernel source
+
+  bool entered = false;
+  std::thread worker([&] {
+    // Only this thread (and the threads it starts) lives in the namespace.
+    if (::setns(nsFD, CLONE_NEWNET) != 0) return;
+    entered = true;
+    auto kernel = NYBReachabilitySource::kernelSource();
+    NYBReachabilityFlags flags = 0xffffffff;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::inet_addr("127.0.0.1");
+    ASSERT_TRUE(kernel->createWithAddress(reinterpret_cast<sockaddr*>(&address))->getFlags(flags));
+    EXPECT_EQ(flags, R | l | d);
+    address.sin_addr.s_addr = ::inet_addr("10.1.2.3");  // no route at all
+    ASSERT_TRUE(kernel->createWithAddress(reinterpret_cast<sockaddr*>(&address))->getFlags(flags));
+    EXPECT_EQ(flags, 0U);
+
+    auto monitor = NYBReachability::reachabilityForInternetConnection();
+    ASSERT_NE(monitor, nullptr);
+    EXPECT_EQ(monitor->currentReachabilityStatus(), NYBNotReachable);
+    ChangeObserver changes(monitor);
+    ASSERT_TRUE(monitor->startNotifier());
+    auto loop = NYBRunLoop::current();
+
+    ASSERT_TRUE(space.inside("route add default dev lo"));
+    ASSERT_TRUE(loop->runUntil([&] { return changes.objects.size() == 1; }, 10s));
+    EXPECT_EQ(monitor->currentReachabilityStatus(), NYBReachableViaWiFi);
+    address.sin_addr.s_addr = ::inet_addr("10.1.2.3");
+    ASSERT_TRUE(kernel->createWithAddress(reinterpret_cast<sockaddr*>(&address))->getFlags(flags));
+    EXPECT_EQ(flags, R | d);  // on the link, not this host
+
+    ASSERT_TRUE(space.inside("route del default dev lo"));
+    ASSERT_TRUE(loop->runUntil([&] { return changes.objects.size() == 2; }, 10s));
+    EXPECT_EQ(monitor->currentReachabilityStatus(), NYBNotReachable);
+    EXPECT_EQ(changes.objects[1], monitor.get());
+    monitor->stopNotifier();
+  });
+  worker.join();
+  ::close(nsFD);
+  if (!entered) GTEST_SKIP() << "cannot enter the network namespace here";
+}
+
+}  // namespace
+}  // namespace nyb

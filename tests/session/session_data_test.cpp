@@ -1,0 +1,350 @@
+// The session data store: the upload queue, the photo map and its files in a
+// real documents directory, and the archive round trip.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBDocuments.h"
+#include "NymbrelCore/NYBKeyedArchiver.h"
+#include "NymbrelCore/NYBKeyedUnarchiver.h"
+#include "NymbrelCore/NYBSessionData.h"
+#include "support/LogCapture.h"
+#include "support/TempDir.h"
+
+namespace nyb {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::shared_ptr<NYBRecord> record(const char* activityID) {
+  auto made = std::make_shared<NYBRecord>();
+  made->setActivityID(activityID);
+  made->setTimestamp(NYBDate(1'500'000'000));
+  return made;
+}
+
+std::shared_ptr<NYBImage> image(std::uint8_t shade) {
+  std::vector<std::uint8_t> pixels;
+  for (int pixel = 0; pixel < 6; ++pixel) pixels.insert(pixels.end(), {shade, 20, 30, 255});
+  return std::make_shared<NYBImage>(3, 2, std::move(pixels));
+}
+
+std::vector<NYBDynamicValue> queueOf(const NYBSessionData& data) {
+  return data.records().array()->elements();
+}
+
+class SessionData : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    NYBDocuments::setDocumentsDirectory(documents.path().string());
+    data = std::make_shared<NYBSessionData>(user);
+  }
+  void TearDown() override { NYBDocuments::setDocumentsDirectory(""); }
+
+  fs::path imageDirectory() const { return documents.path() / "images"; }
+  // The file name the photo of a record gets: its model hash, in decimal.
+  static std::string fileNameOf(const std::shared_ptr<NYBRecord>& r) {
+    return std::to_string(r->hash()) + ".png";
+  }
+
+  test::TempDir documents;
+  std::shared_ptr<NYBUser> user = std::make_shared<NYBUser>("u-1", "org-9", "token-abc");
+  std::shared_ptr<NYBSessionData> data;
+};
+
+TEST_F(SessionData, StartsEmptyForItsUser) {
+  EXPECT_EQ(data->user().object().get(), user.get());
+  EXPECT_FALSE(data->hasRecords());
+  EXPECT_FALSE(data->hasImages());
+  EXPECT_EQ(data->peekNextRecord(), nullptr);
+  EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);
+  for (const NYBDynamicValue* empty : {&data->queryDates(), &data->anchors(),
+                                       &data->imageFilenames(), &data->bluetoothPeripheralData()}) {
+    ASSERT_TRUE(empty->isDictionary());
+    EXPECT_TRUE(empty->dictionary()->empty());
+  }
+  EXPECT_TRUE(data->records().isArray());
+  EXPECT_TRUE(data->passivePeripheralIDs().isAbsent());
+  EXPECT_TRUE(data->routineQueryTimestamp().isAbsent());
+  EXPECT_TRUE(NYBSessionData().user().isAbsent());
+}
+
+TEST_F(SessionData, QueueIsFirstInFirstOutAndRemovesOnlyAMatchingHead) {
+  auto a = record("a"), b = record("b"), c = record("c");
+  data->addRecord(a);
+  data->addRecord(nullptr);
+  data->addRecords({b, nullptr, c});
+  data->addRecords(NYBDynamicValue());  // absent: ignored
+  const NYBDynamicValue before = data->records();
+  EXPECT_EQ(queueOf(*data), (std::vector<NYBDynamicValue>{a, b, c}));
+  EXPECT_EQ(data->peekNextRecord(), a);
+
+  // Not the head: nothing happens.
+  data->removeNextRecordIfMatch(b);
+  data->removeNextRecordIfMatch(nullptr);
+  EXPECT_EQ(queueOf(*data).size(), 3U);
+  // An equal record, not the same object, is a match.
+  data->removeNextRecordIfMatch(record("a"));
+  EXPECT_EQ(data->peekNextRecord(), b);
+  // What was handed out before did not change under its holder.
+  EXPECT_EQ(before.array()->size(), 3U);
+
+  data->addRecords(NYBDynamicValue(NYBArray{a, "not a record"}));
+  EXPECT_EQ(queueOf(*data), (std::vector<NYBDynamicValue>{b, c, a}));
+  data->removeNextRecordIfMatch(b);
+  data->removeNextRecordIfMatch(c);
+  data->removeNextRecordIfMatch(a);
+  EXPECT_FALSE(data->hasRecords());
+  data->removeNextRecordIfMatch(a);  // empty queue
+  EXPECT_FALSE(data->hasRecords());
+}
+
+TEST_F(SessionData, APhotoIsWrittenAsAPrivatePNGNamedAfterTheRecord) {
+  data->verifyImageDirectory();
+  struct stat status {};
+  ASSERT_EQ(::stat(imageDirectory().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0700U);
+
+  auto r = record("photo");
+  data->addRecord(r, image(10));
+  EXPECT_EQ(data->peekNextRecord(), r);
+  ASSERT_TRUE(data->hasImageForRecord(r));
+  EXPECT_EQ(data->imageFilenameForRecord(r), fileNameOf(r));
+  const fs::path file = imageDirectory() / fileNameOf(r);
+  EXPECT_EQ(data->imageFilepathForRecord(r), file.string());
+  ASSERT_EQ(::stat(file.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U);
+
+  // The file is a PNG of the very pixels, read back directly and through the map.
+  std::ifstream in(file, std::ios::binary);
+  char signature[8] = {};
+  in.read(signature, 8);
+  EXPECT_EQ(std::string(signature, 8), "\x89PNG\r\n\x1a\n");
+  auto loaded = data->imageForRecord(r);
+  ASSERT_NE(loaded, nullptr);
+  EXPECT_EQ(*loaded, *image(10));
+  // An equal record finds the same photo.
+  EXPECT_TRUE(data->hasImageForRecord(record("photo")));
+
+  // A second record with the same values shares the file: the later photo wins.
+  data->addRecord(record("photo"), image(99));
+  EXPECT_EQ(queueOf(*data).size(), 2U);
+  EXPECT_EQ(data->imageFilenames().dictionary()->size(), 1U);
+  EXPECT_EQ(*data->imageForRecord(r), *image(99));
+
+  // Changing a record after it was queued loses its photo: the key no longer
+  // matches.
+  r->setComment("changed");
+  EXPECT_FALSE(data->hasImageForRecord(r));
+  EXPECT_EQ(data->imageForRecord(r), nullptr);
+}
+
+TEST_F(SessionData, AFailedPhotoWriteQueuesTheRecordWithoutItsPhoto) {
+  test::LogCapture log;
+  // No image directory yet: the write fails.
+  auto first = record("first");
+  data->addRecord(first, image(1));
+  // An image with no pixels cannot be encoded.
+  data->verifyImageDirectory();
+  auto second = record("second");
+  data->addRecord(second, std::make_shared<NYBImage>(0, 0));
+  // Either argument absent: nothing at all.
+  data->addRecord(nullptr, image(1));
+  data->addRecord(record("third"), nullptr);
+
+  EXPECT_EQ(queueOf(*data), (std::vector<NYBDynamicValue>{first, second}));
+  EXPECT_FALSE(data->hasImages());
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                             "NYBSessionData: Error converting image to PNG representation",
+                             "NYBSessionData: Error converting image to PNG representation"}));
+  EXPECT_TRUE(fs::is_empty(imageDirectory()));
+}
+
+TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord) {
+  data->verifyImageDirectory();
+  auto queued = record("walk");
+  auto other = record("run");
+  data->addRecord(other, image(2));
+  data->addRecord(queued, image(3));
+  const std::string fileName = fileNameOf(queued);
+
+  // Photos exist, but no record has been accepted yet.
+  EXPECT_TRUE(data->hasImages());
+  EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);
+
+  // The service's copy carries a recordID: the photo moves over, keeping the
+  // file (and the name made from the old record).
+  auto accepted = record("walk");
+  accepted->setRecordID("srv-1");
+  data->replaceImageRecord(queued, accepted);
+  EXPECT_FALSE(data->hasImageForRecord(queued));
+  EXPECT_EQ(data->imageFilenameForRecord(accepted), fileName);
+  EXPECT_NE(fileNameOf(accepted), fileName);
+  auto next = data->findNextImageRecordWithRecordID();
+  ASSERT_NE(next, nullptr);
+  EXPECT_TRUE(next->isEqual(*accepted));
+  EXPECT_EQ(*data->imageForRecord(accepted), *image(3));
+
+  // Nothing to move: nothing is added.
+  data->replaceImageRecord(record("never queued"), record("stray"));
+  data->replaceImageRecord(nullptr, accepted);
+  EXPECT_EQ(data->imageFilenames().dictionary()->size(), 2U);
+
+  // Uploaded: the file goes with the mapping.
+  data->removeImageForRecord(accepted);
+  EXPECT_FALSE(fs::exists(imageDirectory() / fileName));
+  EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);
+  EXPECT_TRUE(data->hasImageForRecord(other));
+}
+
+TEST_F(SessionData, AMissingPhotoFileIsLoggedAndTheMappingStillGoes) {
+  data->verifyImageDirectory();
+  auto r = record("gone");
+  data->addRecord(r, image(4));
+  fs::remove(imageDirectory() / fileNameOf(r));
+  EXPECT_EQ(data->imageForRecord(r), nullptr);
+
+  test::LogCapture log;
+  data->removeImageForRecord(r);
+  data->removeImageForRecord(r);  // no mapping any more: no file to delete, no log
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                             "NYBSessionData: Unable to erase image file. Detail: No such file "
+                             "or directory"}));
+  EXPECT_FALSE(data->hasImages());
+}
+
+TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
+  auto r = record("hostile");
+  EXPECT_EQ(data->pathForImageName(std::nullopt), std::nullopt);
+  EXPECT_EQ(data->pathForImageName("12.png"), (imageDirectory() / "12.png").string());
+  for (const char* name : {"../sessionData", "a/b.png", "..", ".", ""}) {
+    EXPECT_EQ(data->pathForImageName(std::string(name)), std::nullopt) << name;
+  }
+
+  // A damaged map that names a file outside the directory deletes nothing.
+  const fs::path outside = documents.path() / "keep";
+  std::ofstream(outside) << "keep";
+  data->setImageFilenames(NYBDictionary{{r, "../keep"}});
+  test::LogCapture log;
+  data->removeImageForRecord(r);
+  EXPECT_TRUE(fs::exists(outside));
+  EXPECT_FALSE(data->hasImages());
+}
+
+TEST_F(SessionData, TheImageDirectoryIsMadeOnceAndEmptiedWithoutTouchingTheMap) {
+  data->verifyImageDirectory();
+  auto r = record("kept");
+  data->addRecord(r, image(5));
+  fs::create_directory(imageDirectory() / "leftover");
+  std::ofstream(imageDirectory() / "leftover" / "x") << "x";
+
+  data->verifyImageDirectory();  // exists: left as it is
+  EXPECT_TRUE(fs::exists(imageDirectory() / fileNameOf(r)));
+
+  data->eraseImageDirectoryContents();
+  EXPECT_TRUE(fs::is_directory(imageDirectory()));
+  EXPECT_TRUE(fs::is_empty(imageDirectory()));
+  EXPECT_TRUE(data->hasImageForRecord(r));
+
+  // A file where the documents directory should be: the directory cannot be made.
+  fs::remove_all(imageDirectory());
+  const fs::path blocked = documents.path() / "blocked";
+  std::ofstream(blocked) << "file";
+  NYBDocuments::setDocumentsDirectory((blocked / "Documents").string());
+  test::LogCapture log;
+  data->verifyImageDirectory();
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                             "NYBSessionData: Unable to create directory for images to upload. "
+                             "Detail: Not a directory"}));
+  data->eraseImageDirectoryContents();  // nothing to list: nothing happens
+}
+
+TEST_F(SessionData, PeripheralDataIsKeptPerIdentifier) {
+  EXPECT_EQ(data->dataForBluetoothPeripheralID(7), std::nullopt);
+  data->setData(NYBData(std::string_view("one")), 7);
+  data->setData(NYBData(std::string_view("two")), 8);
+  data->setData(NYBData(std::string_view("three")), 7);
+  EXPECT_EQ(data->dataForBluetoothPeripheralID(7), NYBData(std::string_view("three")));
+  EXPECT_EQ(data->dataForBluetoothPeripheralID(8), NYBData(std::string_view("two")));
+  EXPECT_EQ(data->bluetoothPeripheralData().dictionary()->size(), 2U);
+}
+
+TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {
+  data->verifyImageDirectory();
+  auto first = record("first"), second = record("second"), third = record("third");
+  data->addRecord(first);
+  data->addRecord(second, image(6));
+  data->addRecord(third, image(7));
+  auto accepted = record("second");
+  accepted->setRecordID("srv-2");
+  data->replaceImageRecord(second, accepted);
+  data->setData(NYBData(std::string_view("\x01\x02")), 3);
+  data->setAnchors(NYBDictionary{{"steps", 42}});
+  data->setRoutineFetchTimestamp(NYBDate(1'600'000'000));
+
+  const NYBData archive = NYBKeyedArchiver::archivedDataWithRootObject(data);
+  auto restored = NYBKeyedUnarchiver::unarchiveObjectWithData(archive).objectAs<NYBSessionData>();
+  ASSERT_NE(restored, nullptr);
+  EXPECT_TRUE(restored->isEqual(*data));
+
+  EXPECT_EQ(queueOf(*restored), (std::vector<NYBDynamicValue>{first, second, third}));
+  EXPECT_NE(restored->peekNextRecord(), first);  // new objects, equal values
+  auto restoredUser = restored->user().objectAs<NYBUser>();
+  ASSERT_NE(restoredUser, nullptr);
+  EXPECT_EQ(restoredUser->accessToken(), "token-abc");
+
+  // The photo map answers for the restored records and for the originals,
+  // in its order, and still finds the files.
+  EXPECT_EQ(restored->imageFilenameForRecord(third), fileNameOf(third));
+  EXPECT_EQ(restored->imageFilenameForRecord(accepted), fileNameOf(second));
+  EXPECT_FALSE(restored->hasImageForRecord(first));
+  auto next = restored->findNextImageRecordWithRecordID();
+  ASSERT_NE(next, nullptr);
+  EXPECT_EQ(next->recordID(), "srv-2");
+  EXPECT_EQ(*restored->imageForRecord(next), *image(6));
+  EXPECT_EQ(restored->dataForBluetoothPeripheralID(3), NYBData(std::string_view("\x01\x02")));
+
+  // Absent properties stay absent.
+  EXPECT_TRUE(restored->passivePeripheralIDs().isAbsent());
+  EXPECT_TRUE(restored->routineQueryTimestamp().isAbsent());
+  EXPECT_TRUE(restored->routineFetchTimestamp().date().has_value());
+}
+
+TEST_F(SessionData, ASnapshotSharesNoRecordWithTheLiveSession) {
+  data->verifyImageDirectory();
+  auto queued = record("both");
+  data->addRecord(queued, image(8));
+  auto snapshot = data->snapshot();
+  EXPECT_TRUE(snapshot->isEqual(*data));
+
+  auto copiedRecord = snapshot->peekNextRecord();
+  ASSERT_NE(copiedRecord, nullptr);
+  EXPECT_NE(copiedRecord, queued);
+  const auto liveKey = data->imageFilenames().dictionary()->begin()->first.objectAs<NYBRecord>();
+  const auto copiedKey =
+      snapshot->imageFilenames().dictionary()->begin()->first.objectAs<NYBRecord>();
+  ASSERT_TRUE(liveKey && copiedKey);
+  EXPECT_NE(copiedKey, liveKey);
+
+  // The live records gain media while the snapshot is being archived: the
+  // queued one and the photo key (as the photo upload does to the key it
+  // was given).
+  auto media = std::make_shared<NYBMedia>();
+  media->setMediaID("m-1");
+  queued->addMedia(media);
+  liveKey->addMedia(media);
+  EXPECT_FALSE(snapshot->isEqual(*data));
+  EXPECT_TRUE(copiedRecord->isEqual(*record("both")));
+  EXPECT_TRUE(copiedKey->isEqual(*record("both")));
+  EXPECT_TRUE(snapshot->hasImageForRecord(record("both")));
+}
+
+}  // namespace
+}  // namespace nyb
