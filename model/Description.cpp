@@ -14,7 +14,8 @@ void text(std::string_view s, std::string& out) {
   bool plain = !s.empty();
   for (char c : s) {
     bool word = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                c == '_' || c == '.' || c == '$' || c == '/' || static_cast<unsigned char>(c) >= 0x80;
+                c == '_' || c == '.' || c == '$' || c == '/' ||
+                static_cast<unsigned char>(c) >= 0x80;
     if (!word) {
       plain = false;
       break;

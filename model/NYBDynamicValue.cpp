@@ -120,9 +120,9 @@ NYBDynamicValue::NYBDynamicValue(std::shared_ptr<NYBObject> object) {
 
 NYBDynamicValue::Kind NYBDynamicValue::kind() const {
   static constexpr Kind kKinds[] = {
-      Kind::Absent,  Kind::Null,    Kind::String,     Kind::String, Kind::Integer,
-      Kind::Unsigned, Kind::Real,   Kind::Boolean,    Kind::Decimal, Kind::Date,
-      Kind::Dictionary, Kind::Array, Kind::Data,      Kind::URL,    Kind::Object,
+      Kind::Absent,     Kind::Null,  Kind::String,  Kind::String,  Kind::Integer,
+      Kind::Unsigned,   Kind::Real,  Kind::Boolean, Kind::Decimal, Kind::Date,
+      Kind::Dictionary, Kind::Array, Kind::Data,    Kind::URL,     Kind::Object,
   };
   static_assert(std::size(kKinds) == std::variant_size_v<Storage>);
   return kKinds[storage_.index()];

@@ -1,14 +1,20 @@
-// Reading: RapidJSON's SAX reader feeds a builder that keeps every value of
-// the containers still open on one flat stack; closing a container moves its
-// values off the stack into a container of exactly the right size. Numbers come
-// from the reader as text and are converted here with std::from_chars, which
-// rounds correctly and gives integers their own kinds.
+// Reading: RapidJSON's SAX reader, in situ over a copy of the text, feeds a
+// builder that keeps the values of all open containers on one flat stack;
+// closing a container moves its values into a container of exactly the right
+// size. Strings are checked for UTF-8 here, faster than the reader would.
+// Numbers come as text and are converted with std::from_chars (correctly
+// rounded): integers that fit become integer or unsigned values, "-0" and all
+// others reals; a real too small for a double reads as zero, one too large is
+// an error. Of a key given twice in one object, the last value wins.
 //
-// Writing: a walk over the value that drives RapidJSON's writer, with reals
-// and decimals written through RawValue in our own number text.
+// Writing: a walk over the value that drives RapidJSON's writer. Reals are
+// written in their shortest round-trip form (std::to_chars), which writes an
+// integral real such as 70.0 as "70"; from 2^53 up an integral real keeps an
+// exponent ("9.223372036854776e+18") so that it reads back as the same real.
+// Decimals are written in their canonical text; strings are escaped here.
 //
-// Both directions keep their RapidJSON state in thread-local objects so that a
-// call on a warm thread allocates only for the values it returns.
+// Both directions keep their working buffers in thread-local objects, so a call
+// on a warm thread allocates only for the values or the text it returns.
 
 #include "NymbrelCore/NYBJSONSerialization.h"
 
@@ -63,7 +69,7 @@ std::shared_ptr<NYBError> makeError(std::int64_t code, std::string text) {
 // Text
 
 // Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool isValidUTF8(std::string_view text) {
+bool isValidMultibyteUTF8(std::string_view text) {
   const auto* p = reinterpret_cast<const unsigned char*>(text.data());
   const auto* end = p + text.size();
   while (p != end) {
@@ -103,6 +109,20 @@ bool isValidUTF8(std::string_view text) {
   }
   return true;
 }
+
+bool isASCII(std::string_view text) {
+  std::uint64_t bits = 0;
+  std::size_t i = 0;
+  for (; i + 8 <= text.size(); i += 8) {
+    std::uint64_t chunk;
+    std::memcpy(&chunk, text.data() + i, 8);
+    bits |= chunk;
+  }
+  for (; i < text.size(); ++i) bits |= static_cast<unsigned char>(text[i]);
+  return (bits & 0x8080808080808080u) == 0;
+}
+
+bool isValidUTF8(std::string_view text) { return isASCII(text) || isValidMultibyteUTF8(text); }
 
 // ---------------------------------------------------------------------------
 // Numbers
@@ -303,6 +323,12 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
     return true;
   }
 
+  // Equality that rules out most different keys without calling memcmp.
+  static bool sameKey(std::string_view a, std::string_view b) {
+    return a.size() == b.size() &&
+           (a.empty() || (a.front() == b.front() && a.back() == b.back() && a == b));
+  }
+
   bool hasDuplicateKeys(std::size_t start) {
     constexpr std::size_t kFewKeys = 16;
     const std::size_t count = (stack_.size() - start) / 2;
@@ -311,7 +337,7 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
       for (std::size_t i = 0; i < count; ++i) keys[i] = stack_[start + 2 * i].stringView();
       for (std::size_t i = 0; i < count; ++i) {
         for (std::size_t j = i + 1; j < count; ++j) {
-          if (keys[i].size() == keys[j].size() && keys[i] == keys[j]) return true;
+          if (sameKey(keys[i], keys[j])) return true;
         }
       }
       return false;
@@ -359,6 +385,9 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
 };
 
 struct ReaderState {
+  // A copy of the text that the reader decodes strings in, so that they need
+  // not be copied character by character to a buffer of their own.
+  std::string text;
   rapidjson::Reader reader;
   Builder builder;
   bool busy = false;
@@ -428,14 +457,17 @@ NYBDynamicValue read(ReaderState& state, std::string_view bytes, std::shared_ptr
 
   Builder& builder = state.builder;
   builder.reset();
-  rapidjson::MemoryStream stream(bytes.data(), bytes.size());
-  const rapidjson::ParseResult result = state.reader.Parse<kReadFlags>(stream, builder);
+  state.text.assign(bytes);
+  rapidjson::InsituStringStream stream(state.text.data());
+  const rapidjson::ParseResult result =
+      state.reader.Parse<kReadFlags | rapidjson::kParseInsituFlag>(stream, builder);
   NYBDynamicValue root = builder.takeRoot();
   const Refusal refusal = builder.refusal();
   builder.reset();
   builder.trim();
   if (result.IsError()) return fail(readFailure(bytes, result, refusal));
-  // The stream reads a NUL byte as its end: whatever follows one is garbage.
+  // The reader takes a NUL byte for the end of the text: whatever follows one
+  // is garbage.
   if (stream.Tell() != bytes.size()) {
     return fail(invalidText(stream.Tell(), rapidjson::kParseErrorDocumentRootNotSingular));
   }
@@ -606,10 +638,13 @@ class Emitter {
       case Kind::Decimal: {
         const NYBDecimal& decimal = *value.decimal();
         if (decimal.isNaN()) return fail("Invalid number value (NaN) in JSON write.");
-        if (writer_) {
-          const std::string text = decimal.stringValue();
-          writer_->RawValue(text.data(), text.size(), rapidjson::kNumberType);
+        const std::string text = decimal.stringValue();
+        // Only magnitudes from 1e50 up have an exponent; beyond the range of a
+        // real the text would not read back.
+        if (text.find("e+") != std::string::npos && std::isinf(decimal.doubleValue())) {
+          return fail("Invalid number value (out of range) in JSON write.");
         }
+        if (writer_) writer_->RawValue(text.data(), text.size(), rapidjson::kNumberType);
         return true;
       }
       case Kind::Dictionary: {
@@ -690,8 +725,9 @@ std::optional<std::string> write(WriterState& state, const NYBDynamicValue& valu
   const bool grewLarge = state.buffer.GetSize() > kRetainedBytes;
   state.buffer.Clear();
   if (grewLarge) state.buffer.ShrinkToFit();
-  if (!ok && error)
+  if (!ok && error) {
     *error = makeError(kNYBPropertyListWriteInvalidError, std::move(emitter.failure()));
+  }
   return text;
 }
 

@@ -37,6 +37,8 @@ namespace {
 
 // Dictionaries up to this size keep their key hashes on the stack.
 constexpr std::size_t kInlineKeyHashes = 16;
+// Objects up to this size look for repeated keys pairwise; larger ones sort.
+constexpr std::size_t kLinearKeyCheckLimit = 32;
 constexpr std::uint32_t kDropped = std::numeric_limits<std::uint32_t>::max();
 
 struct ObjectEntry {
@@ -101,6 +103,7 @@ class Decoder {
   NYBDynamicValue readDictionary(std::uint32_t count);
   NYBDynamicValue readExt(std::int8_t type, std::uint32_t length);
   NYBDynamicValue readObject(const std::uint8_t* payloadEnd);
+  void dropRepeatedKeys(std::size_t begin);
   std::string_view readString();
   std::uint32_t readMapHeader();
 
@@ -343,7 +346,7 @@ NYBDynamicValue Decoder::readExt(std::int8_t type, std::uint32_t length) {
     case archive::kObject:
       return readObject(p_ + length);
     case archive::kAbsentRoot:
-      damage("an absent value below the root");
+      damage("an absent-root marker that is not the whole archive");
     default:
       damage("unknown extension type " + std::to_string(type));
   }
@@ -385,6 +388,42 @@ struct NYBKeyedUnarchiver::Impl {
 
 namespace {
 
+// A written object has no repeated keys, but damaged bytes may: the last entry
+// of a key is the one kept.
+void Decoder::dropRepeatedKeys(std::size_t begin) {
+  const std::size_t count = entries.size() - begin;
+  std::vector<bool> dropped;
+  auto drop = [&](std::size_t index) {
+    if (dropped.empty()) dropped.resize(count);
+    dropped[index - begin] = true;
+  };
+  if (count <= kLinearKeyCheckLimit) {
+    for (std::size_t i = begin; i < entries.size(); ++i) {
+      for (std::size_t later = i + 1; later < entries.size(); ++later) {
+        if (entries[i].key == entries[later].key) {
+          drop(i);
+          break;
+        }
+      }
+    }
+  } else {
+    std::vector<std::size_t> order(count);
+    for (std::size_t i = 0; i < count; ++i) order[i] = begin + i;
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+      return entries[a].key != entries[b].key ? entries[a].key < entries[b].key : a < b;
+    });
+    for (std::size_t i = 0; i + 1 < count; ++i) {
+      if (entries[order[i]].key == entries[order[i + 1]].key) drop(order[i]);
+    }
+  }
+  if (dropped.empty()) return;
+  std::size_t kept = begin;
+  for (std::size_t i = begin; i < entries.size(); ++i) {
+    if (!dropped[i - begin]) entries[kept++] = std::move(entries[i]);
+  }
+  entries.resize(kept);
+}
+
 NYBDynamicValue Decoder::readObject(const std::uint8_t* payloadEnd) {
   enter();
   const std::uint8_t* const outerEnd = end_;
@@ -409,15 +448,9 @@ NYBDynamicValue Decoder::readObject(const std::uint8_t* payloadEnd) {
     beginElement();
     const std::string_view key = readString();
     beginElement();
-    NYBDynamicValue value = readValue();
-    auto repeated = std::find_if(entries.begin() + static_cast<std::ptrdiff_t>(begin),
-                                 entries.end(), [&](const ObjectEntry& e) { return e.key == key; });
-    if (repeated != entries.end()) {
-      repeated->value = std::move(value);
-    } else {
-      entries.push_back({key, std::move(value)});
-    }
+    entries.push_back({key, readValue()});
   }
+  dropRepeatedKeys(begin);
   if (p_ != end_) damage("unexpected bytes inside an object of class " + classObject->name());
   end_ = outerEnd;
   pending_ = outerPending;

@@ -97,7 +97,8 @@ std::shared_ptr<NYBModel> NYBModelClass::modelFromJSONObject(const NYBDynamicVal
       const NYBDynamicValue* found = document->find(jsonKey);
       if (found != nullptr && found->isNull()) continue;
       if (transformer) {
-        NYBDynamicValue transformed = transformer->transformedValue(found ? *found : NYBDynamicValue());
+        NYBDynamicValue transformed =
+            transformer->transformedValue(found ? *found : NYBDynamicValue());
         if (transformed.isPresent()) values.set(property, std::move(transformed));
       } else if (found != nullptr) {
         values.set(property, *found);
@@ -144,7 +145,9 @@ void NYBModel::setValue(const NYBDynamicValue& value, std::string_view key) {
   const NYBPropertyInfo* info = classObject().propertyNamed(key);
   if (info == nullptr) unknownKey(*this, key, true);
   if (info->kind != NYBPropertyKind::Object && !value.isPresent()) {
-    throw NYBInvalidArgumentException("[<" + className() + "> setNilValueForKey]: could not set nil as the value for the key " + std::string(key) + ".");
+    throw NYBInvalidArgumentException(
+        "[<" + className() + "> setNilValueForKey]: could not set nil as the value for the key " +
+        std::string(key) + ".");
   }
   if (info->setter) {
     info->setter(*this, value);
@@ -184,11 +187,12 @@ NYBDictionary NYBModel::JSONObject() const {
     const NYBDynamicValue* value = values.find(property);
     if (value == nullptr || value->isNull()) continue;
     if (transformer && transformer->allowsReverseTransformation()) {
-      NYBDynamicValue reversed =
-          static_cast<const NYBReversibleValueTransformer&>(*transformer).reverseTransformedValue(*value);
+      NYBDynamicValue reversed = static_cast<const NYBReversibleValueTransformer&>(*transformer)
+                                     .reverseTransformedValue(*value);
       if (reversed.isAbsent()) {
         throw NYBInvalidArgumentException(
-            "*** -[__NSDictionaryM setObject:forKey:]: object cannot be nil (key: " + jsonKey + ")");
+            "*** -[__NSDictionaryM setObject:forKey:]: object cannot be nil (key: " + jsonKey +
+            ")");
       }
       out.set(jsonKey, std::move(reversed));
     } else {

@@ -25,9 +25,9 @@ std::shared_ptr<NYBValueTransformer> NYBValueTransformerClass::transformerUsingF
 }
 
 std::shared_ptr<NYBValueTransformer>
-NYBReversibleValueTransformerClass::transformerUsingForwardBlock(NYBTransformerBlock forward) const {
-  return std::make_shared<NYBReversibleValueTransformer>(std::move(forward),
-                                                         NYBTransformerBlock());
+NYBReversibleValueTransformerClass::transformerUsingForwardBlock(
+    NYBTransformerBlock forward) const {
+  return std::make_shared<NYBReversibleValueTransformer>(std::move(forward), NYBTransformerBlock());
 }
 
 const NYBValueTransformerClass& NYBValueTransformer::staticClass() {

@@ -26,6 +26,8 @@
 namespace nyb {
 namespace {
 
+using namespace std::string_view_literals;
+
 class ArchivePoint : public NYBModel {
   NYB_DECLARE_MODEL(ArchivePoint, NYBModelClass)
  public:
@@ -182,73 +184,39 @@ class ValueGenerator {
   }
 
   NYBDynamicValue scalar() {
-    switch (pick(12)) {
+    using I = std::numeric_limits<std::int64_t>;
+    using D = std::numeric_limits<double>;
+    // clang-format off
+    static const NYBDynamicValue kEdges[] = {
+        NYBDynamicValue::null(), "", "22 bytes stays inline", "twenty-three bytes long",
+        std::string("nul\0inside", 10), "h\xC3\xA9llo \xE2\x9C\x93",
+        0, -1, 127, 128, -32, -33, I::min(), I::max(),
+        0u, 255u, 256u, 65536u, 0x100000000ULL, ~0ULL,
+        0.0, -0.0, 1.0, D::quiet_NaN(), D::infinity(), -D::infinity(), D::denorm_min(), true, false,
+        NYBDecimal::fromString("98.6"), NYBDecimal::fromString("-1.5e+60"), NYBDecimal::notANumber(),
+        NYBDate(1456841109.25), NYBData(), *NYBURL::URLWithString("https://example.com/a?b=%20"),
+        *NYBURL::URLWithString("relative/path")};
+    // clang-format on
+    switch (pick(8)) {
       case 0:
-        return NYBDynamicValue::null();
-      case 1: {
-        static const char* const kTexts[] = {"", "a", "22 bytes stays inline",
-                                             "twenty-three bytes long", "héllo wörld ✓"};
-        std::string text = kTexts[pick(5)];
-        if (pick(4) == 0) text += std::string(1, '\0') + std::string(pick(300), 'x');
-        return text;
-      }
-      case 2: {
-        static const std::int64_t kIntegers[] = {0,
-                                                 -1,
-                                                 127,
-                                                 128,
-                                                 -32,
-                                                 -33,
-                                                 65536,
-                                                 -129,
-                                                 std::numeric_limits<std::int64_t>::min(),
-                                                 std::numeric_limits<std::int64_t>::max()};
-        return pick(2) == 0 ? kIntegers[pick(10)] : static_cast<std::int64_t>(random_());
-      }
-      case 3: {
-        static const std::uint64_t kUnsigned[] = {
-            0, 1, 255, 256, 65535, 65536, 0xffffffffULL, 0x100000000ULL, ~0ULL};
-        return pick(2) == 0 ? kUnsigned[pick(9)] : random_() >> pick(64);
-      }
-      case 4: {
-        static const double kReals[] = {0.0,
-                                        -0.0,
-                                        0.1,
-                                        1.0,
-                                        std::numeric_limits<double>::quiet_NaN(),
-                                        std::numeric_limits<double>::infinity(),
-                                        -std::numeric_limits<double>::infinity(),
-                                        std::numeric_limits<double>::denorm_min()};
-        return pick(2) == 0 ? kReals[pick(8)] : std::bit_cast<double>(random_());
-      }
+        return static_cast<std::int64_t>(random_());
+      case 1:
+        return random_() >> pick(64);
+      case 2:
+        return std::bit_cast<double>(random_());
+      case 3:
+        return NYBDate(std::bit_cast<double>(random_()));
+      case 4:
+        return NYBData(std::string(pick(40), static_cast<char>(random_())));
       case 5:
-        return pick(2) == 0;
-      case 6: {
-        static const char* const kDecimals[] = {
-            "98.6", "-0.25", "0", "1.5e+60", "NaN", "12345678901234567890.0987654321"};
-        return NYBDecimal::fromString(kDecimals[pick(6)]);
-      }
-      case 7:
-        return NYBDate(pick(2) == 0 ? 1456841109.25 : std::bit_cast<double>(random_()));
-      case 8: {
-        std::vector<std::uint8_t> bytes(pick(40));
-        for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random_());
-        return NYBData(std::move(bytes));
-      }
-      case 9: {
-        static const char* const kURLs[] = {"https://example.com/v1/records?x=1", "relative/path",
-                                            "file:///tmp/a%20b"};
-        return *NYBURL::URLWithString(kURLs[pick(3)]);
-      }
-      case 10:
-        return pick(1000);
+        return std::string(pick(300), static_cast<char>('a' + pick(26)));
       default:
-        return "key" + std::to_string(pick(20));
+        return kEdges[pick(std::size(kEdges))];
     }
   }
 
  private:
-  int pick(int n) { return static_cast<int>(random_() % static_cast<std::uint64_t>(n)); }
+  int pick(std::size_t n) { return static_cast<int>(random_() % n); }
   std::mt19937_64 random_;
 };
 
@@ -335,20 +303,31 @@ TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
   cyclic->value = {};
 }
 
-// Hand-made archives: the header, then what `body` packs.
+// Hand-made archives: the header, then what `body` packs or the bytes given.
 template <typename Body>
 NYBData craft(Body body) {
   msgpack::sbuffer buffer;
   buffer.write(reinterpret_cast<const char*>(archive::kMagic), sizeof(archive::kMagic));
   buffer.write(reinterpret_cast<const char*>(&archive::kVersion), 1);
   msgpack::packer<msgpack::sbuffer> packer(buffer);
-  body(packer, buffer);
+  if constexpr (std::is_invocable_v<Body, decltype(packer)&>) {
+    body(packer);
+  } else {
+    buffer.write(std::string_view(body).data(), std::string_view(body).size());
+  }
   return NYBData(std::string_view(buffer.data(), buffer.size()));
 }
 
-// An object of the named class with one entry.
-NYBData craftObject(const std::string& className, const char* key, bool nilValue) {
-  return craft([&](auto& packer, auto&) {
+std::string times(std::string_view bytes, int count) {
+  std::string out;
+  while (count-- > 0) out += bytes;
+  return out;
+}
+
+// An object of the named class whose entries hold strings, or nil for null.
+NYBData craftObject(std::string_view className,
+                    std::initializer_list<std::pair<std::string_view, const char*>> entries) {
+  return craft([&](auto& packer) {
     msgpack::sbuffer payload;
     msgpack::packer<msgpack::sbuffer> inner(payload);
     auto packString = [&](std::string_view text) {
@@ -356,21 +335,24 @@ NYBData craftObject(const std::string& className, const char* key, bool nilValue
           .pack_str_body(text.data(), text.size());
     };
     packString(className);
-    inner.pack_map(1);
-    packString(key);
-    if (nilValue) {
-      inner.pack_nil();
-    } else {
-      packString("text");
+    inner.pack_map(static_cast<std::uint32_t>(entries.size()));
+    for (const auto& [key, value] : entries) {
+      packString(key);
+      value != nullptr ? packString(value) : void(inner.pack_nil());
     }
-    packer.pack_ext(payload.size(), archive::kObject);
-    packer.pack_ext_body(payload.data(), payload.size());
+    packer.pack_ext(payload.size(), archive::kObject).pack_ext_body(payload.data(), payload.size());
   });
 }
 
 TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
+  registerClasses();
+  const auto point = NYBKeyedUnarchiver::unarchiveObjectWithData(
+      craftObject("ArchivePoint", {{"label", "a"}, {"value", "b"}, {"label", "c"}}));
+  EXPECT_EQ(point.objectAs<ArchivePoint>()->label, NYBDynamicValue("c"));
+  EXPECT_EQ(point.objectAs<ArchivePoint>()->value, NYBDynamicValue("b"));
+
   for (std::uint32_t size : {3u, 40u}) {
-    const NYBData bytes = craft([&](auto& packer, auto&) {
+    const NYBData bytes = craft([&](auto& packer) {
       packer.pack_map(size);
       for (std::uint32_t i = 0; i + 1 < size; ++i) packer.pack_int(static_cast<int>(i)).pack_int(0);
       packer.pack_int(1).pack_true();
@@ -385,7 +367,7 @@ TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
 
   // Two keys nested 200 deep that differ only at the bottom: telling them
   // apart must not take time exponential in the depth.
-  const NYBData nestedKeys = craft([](auto& packer, auto&) {
+  const NYBData nestedKeys = craft([](auto& packer) {
     packer.pack_map(2);
     for (int key = 1; key <= 2; ++key) {
       for (int depth = 0; depth < 200; ++depth) packer.pack_map(1);
@@ -430,37 +412,27 @@ TEST(Archive, DamagedAndHostileBytesFailWithoutCrashing) {
     EXPECT_EQ(archive(redecoded), again);
   }
 
-  EXPECT_TRUE(decodes(craftObject("ArchivePoint", "label", false)));
+  EXPECT_TRUE(decodes(craftObject("ArchivePoint", {{"label", "x"}})));
   const NYBData hostile[] = {
-      NYBData(std::string_view("NYBA\x02\xc0", 6)),  // another version
-      craft([](auto&, auto& out) { out.write("\xdd\xff\xff\xff\xff", 5); }),
-      craft([](auto&, auto& out) { out.write("\xdf\xff\xff\xff\xff", 5); }),
-      craft([](auto&, auto& out) { out.write("\xdb\xff\xff\xff\xff", 5); }),
-      craft([](auto&, auto& out) { out.write("\xc6\xff\xff\xff\xff", 5); }),
-      craft([](auto&, auto& out) { out.write("\xc9\xff\xff\xff\xff\x05", 6); }),
-      // Each level claims far more elements than the bytes left can hold.
-      craft([](auto&, auto& out) {
-        for (int i = 0; i < 200; ++i) out.write("\xdc\x0f\xff", 3);
-      }),
-      craft([](auto&, auto& out) { out.write("\xc1", 1); }),
-      craft([](auto& packer, auto&) { packer.pack_uint64(~0ULL); }),
-      craft([](auto& packer, auto&) {
-        packer.pack_ext(3, archive::kUnsigned).pack_ext_body("abc", 3);
-      }),
-      craft([](auto& packer, auto&) {
-        packer.pack_ext(4, archive::kDecimal).pack_ext_body("9x.6", 4);
-      }),
-      craft([](auto& packer, auto&) { packer.pack_ext(3, archive::kURL).pack_ext_body("a b", 3); }),
-      craft([](auto& packer, auto&) { packer.pack_ext(1, 99).pack_ext_body("x", 1); }),
-      craft([](auto& packer, auto&) { packer.pack_ext(0, archive::kAbsentRoot).pack_nil(); }),
-      craft([](auto& packer, auto&) { packer.pack_array(1).pack_ext(0, archive::kAbsentRoot); }),
-      craftObject("NoSuchClass", "label", false),
-      craftObject("ArchiveOpaque", "label", false),
-      craftObject("ArchivePoint", "count", true),  // nil where a scalar is needed
-      craft([](auto&, auto& out) {
-        for (int i = 0; i < 100000; ++i) out.write("\x91", 1);
-        out.write("\x90", 1);
-      }),
+      NYBData("NYBA\x02\xc0"sv),        // another version
+      craft("\xdd\xff\xff\xff\xff"sv),  // absurd lengths: array, map, str, bin, ext
+      craft("\xdf\xff\xff\xff\xff"sv),
+      craft("\xdb\xff\xff\xff\xff"sv),
+      craft("\xc6\xff\xff\xff\xff"sv),
+      craft("\xc9\xff\xff\xff\xff\x05"sv),
+      craft(times("\xdc\x0f\xff", 200)),  // each level claims more than the bytes left
+      craft("\xc1"sv),
+      craft("\xcf\xff\xff\xff\xff\xff\xff\xff\xff"sv),  // an integer above INT64_MAX
+      craft("\xc7\x03\x01xyz"sv),                       // an unsigned number of 3 bytes
+      craft("\xc7\x03\x02one"sv),                       // a decimal that is not a number
+      craft("\xc7\x03\x04x y"sv),                       // a URL that is not a URL
+      craft("\xd4\x63x"sv),                             // an unknown extension type
+      craft("\xc7\x00\x06\xc0"sv),                      // an absent root followed by more
+      craft("\x91\xc7\x00\x06"sv),                      // absent below the root
+      craftObject("NoSuchClass", {{"label", "x"}}),
+      craftObject("ArchiveOpaque", {{"label", "x"}}),
+      craftObject("ArchivePoint", {{"count", nullptr}}),  // nil where a scalar is needed
+      craft(times("\x91", 100000) + "\x90"),
   };
   for (std::size_t i = 0; i < std::size(hostile); ++i) {
     EXPECT_FALSE(decodes(hostile[i])) << "hostile archive " << i;

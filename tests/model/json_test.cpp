@@ -57,22 +57,42 @@ NYBDynamicValue nestedValue(std::size_t depth) {
   return value;
 }
 
+void appendUTF8(std::string& text, std::uint32_t c) {
+  constexpr unsigned kLead[] = {0, 0xC0, 0xE0, 0xF0};
+  const int extra = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+  text += static_cast<char>(kLead[extra] | (c >> (6 * extra)));
+  for (int i = extra - 1; i >= 0; --i) text += static_cast<char>(0x80 | ((c >> (6 * i)) & 0x3F));
+}
+
 // Random documents of every kind JSON holds.
 class DocumentGenerator {
  public:
   explicit DocumentGenerator(std::uint64_t seed) : random_(seed) {}
 
-  NYBDynamicValue document() { return below(2) ? dictionary(0) : array(0); }
+  NYBDynamicValue document() { return container(0, below(2) == 0); }
 
  private:
   std::uint64_t below(std::uint64_t n) { return random_() % n; }
 
+  NYBDynamicValue container(int depth, bool isDictionary) {
+    NYBDictionary dictionary;
+    NYBArray array;
+    for (auto n = below(8); n > 0; --n) {
+      if (isDictionary) {
+        dictionary.set(string(), value(depth + 1));
+      } else {
+        array.append(value(depth + 1));
+      }
+    }
+    return isDictionary ? NYBDynamicValue(std::move(dictionary))
+                        : NYBDynamicValue(std::move(array));
+  }
+
   NYBDynamicValue value(int depth) {
-    switch (below(depth < 5 ? 9 : 7)) {
+    switch (below(depth < 5 ? 8 : 6)) {
       case 0:
-        return NYBDynamicValue::null();
+        return below(2) ? NYBDynamicValue::null() : NYBDynamicValue(below(2) == 1);
       case 1:
-        return NYBDynamicValue(below(2) == 1);
       case 2:
         return string();
       case 3:
@@ -80,28 +100,14 @@ class DocumentGenerator {
       case 4:
       case 5:
         return real();
-      case 6:
-        return string();
-      case 7:
-        return dictionary(depth + 1);
       default:
-        return array(depth + 1);
+        return container(depth, below(2) == 0);
     }
   }
 
-  NYBDynamicValue dictionary(int depth) {
-    NYBDictionary dictionary;
-    for (auto n = below(8); n > 0; --n) dictionary.set(string(), value(depth));
-    return dictionary;
-  }
-
-  NYBDynamicValue array(int depth) {
-    NYBArray array;
-    for (auto n = below(8); n > 0; --n) array.append(value(depth));
-    return array;
-  }
-
   NYBDynamicValue integer() {
+    constexpr std::int64_t kEdges[] = {0, -1, std::numeric_limits<std::int64_t>::min(),
+                                       std::numeric_limits<std::int64_t>::max()};
     switch (below(4)) {
       case 0:
         return static_cast<std::int64_t>(random_());
@@ -109,82 +115,45 @@ class DocumentGenerator {
         return random_() | (std::uint64_t{1} << 63);
       case 2:
         return static_cast<std::int64_t>(below(2000)) - 1000;
-      default: {
-        constexpr std::int64_t kEdges[] = {0, std::numeric_limits<std::int64_t>::min(),
-                                           std::numeric_limits<std::int64_t>::max()};
-        return kEdges[below(3)];
-      }
+      default:
+        return kEdges[below(4)];
     }
   }
 
   NYBDynamicValue real() {
+    constexpr double kEdges[] = {0.0, -0.0, 5e-324, 2.2250738585072014e-308, 1.7976931348623157e308,
+                                 0.1, 1e21, 1e-7};
     switch (below(5)) {
       case 0: {  // any finite bit pattern, subnormals included
         double d;
         do {
-          std::uint64_t bits = random_();
+          const std::uint64_t bits = random_();
           std::memcpy(&d, &bits, sizeof d);
         } while (!std::isfinite(d));
         return d;
       }
-      case 1:  // two-decimal figures, as measurements look
+      case 1:  // two decimals, as measurements have
         return static_cast<double>(static_cast<std::int64_t>(below(2000000)) - 1000000) / 100;
-      case 2:  // integral reals on both sides of 2^53
+      case 2:  // integral, on both sides of 2^53
         return std::ldexp(static_cast<double>(below(1u << 20) + 1), static_cast<int>(below(70)));
       case 3:
         return std::uniform_real_distribution<double>(-1, 1)(random_);
-      default: {
-        constexpr double kEdges[] = {
-            0.0, -0.0, 5e-324, 2.2250738585072014e-308, 1.7976931348623157e308, 0.1, 1e21, 1e-7};
-        return kEdges[below(8)];
-      }
-    }
-  }
-
-  NYBDynamicValue string() {
-    std::string text;
-    for (auto n = below(4) == 0 ? below(60) : below(10); n > 0; --n) appendCodePoint(text);
-    return NYBDynamicValue(std::move(text));
-  }
-
-  void appendCodePoint(std::string& text) {
-    std::uint32_t c;
-    switch (below(8)) {
-      case 0:
-        c = static_cast<std::uint32_t>(below(0x20));  // controls, NUL included
-        break;
-      case 1:
-        c = "\"\\/"[below(3)];
-        break;
-      case 2:
-        c = static_cast<std::uint32_t>(0x80 + below(0x800 - 0x80));
-        break;
-      case 3:
-        do {
-          c = static_cast<std::uint32_t>(0x800 + below(0x10000 - 0x800));
-        } while (c >= 0xD800 && c <= 0xDFFF);
-        break;
-      case 4:
-        c = static_cast<std::uint32_t>(0x10000 + below(0x110000 - 0x10000));
-        break;
       default:
-        c = static_cast<std::uint32_t>(0x20 + below(0x60));
+        return kEdges[below(8)];
     }
-    if (c < 0x80) {
-      text += static_cast<char>(c);
-    } else if (c < 0x800) {
-      text += static_cast<char>(0xC0 | (c >> 6));
-      text += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      text += static_cast<char>(0xE0 | (c >> 12));
-      text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      text += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      text += static_cast<char>(0xF0 | (c >> 18));
-      text += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      text += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      text += static_cast<char>(0x80 | (c & 0x3F));
+  }
+
+  // Code points from every range that escaping and UTF-8 treat differently.
+  NYBDynamicValue string() {
+    constexpr std::uint32_t kRanges[][2] = {{0, 0x20},         {0x20, 0x80},       {'"', '"' + 1},
+                                            {'\\', '\\' + 1},  {0x80, 0x800},      {0x800, 0xD800},
+                                            {0xE000, 0x10000}, {0x10000, 0x110000}};
+    std::string text;
+    for (auto n = below(4) == 0 ? below(60) : below(10); n > 0; --n) {
+      const auto& range = kRanges[below(std::size(kRanges))];
+      appendUTF8(text, range[0] + static_cast<std::uint32_t>(below(range[1] - range[0])));
     }
+    return NYBDynamicValue(std::move(text));
   }
 
   std::mt19937_64 random_;
@@ -301,63 +270,20 @@ TEST(JSONSerialization, ReadsStringsAndKeepsKeyOrderWithTheLastOfRepeatedKeys) {
 }
 
 TEST(JSONSerialization, MalformedTextGivesAnErrorAndNoValue) {
-  const std::string corpus[] = {
-      "",
-      " \n ",
-      "{",
-      "[",
-      "[1,]",
-      "[1 2]",
-      "[1,2",
-      "{\"a\" 1}",
-      "{\"a\":}",
-      "{1:2}",
-      "{\"a\":1,}",
-      "nul",
-      "[nul]",
-      "[tru]",
-      "1",
-      "\"x\"",
-      "true",
-      "null",
-      "-1.5",
-      "[1] x",
-      "[1][2]",
-      std::string("[1]\0[2]", 7),
-      std::string("[\"a\0b\"]", 7),
-      "[\"\xff\"]",
-      "[\"\xc3\"]",
-      "[\"\xc0\xaf\"]",
-      "[\"\xed\xa0\x80\"]",
-      "[\"\xf4\x90\x80\x80\"]",
-      "[\"\\ud800\"]",
-      "[\"\\udc00\"]",
-      "[\"\\ud800\\u0041\"]",
-      "[\"\\u12\"]",
-      "[\"\\x\"]",
-      "[\"a\nb\"]",
-      "[\"unterminated]",
-      "[1e400]",
-      "[-1e400]",
-      "[123456789012345678901234567890e300]",
-      "[1" + std::string(400, '0') + "]",
-      "[NaN]",
-      "[Infinity]",
-      "[-Infinity]",
-      "[01]",
-      "[1.]",
-      "[.5]",
-      "[+1]",
-      "[1e]",
-      "[0x10]",
-      "['a']",
-      "/* comment */ []",
-      "\xef\xbb\xbf[]",
-      nested(513),
-      std::string(100000, '['),
-      std::string(100000, '[') + std::string(100000, ']'),
-      std::string(50000, '{'),
-  };
+  // clang-format off
+  std::vector<std::string> corpus = {
+      "", " \n ", "{", "[", "[1,]", "[1 2]", "[1,2", "{\"a\" 1}", "{\"a\":}", "{1:2}",
+      "{\"a\":1,}", "nul", "[nul]", "[tru]", "1", "\"x\"", "true", "null", "-1.5", "[1] x",
+      "[1][2]", "[\"\xff\"]", "[\"\xc3\"]", "[\"\xc0\xaf\"]", "[\"\xed\xa0\x80\"]",
+      "[\"\xf4\x90\x80\x80\"]", "[\"\\ud800\"]", "[\"\\udc00\"]", "[\"\\ud800\\u0041\"]",
+      "[\"\\u12\"]", "[\"\\x\"]", "[\"a\nb\"]", "[\"unterminated]", "[1e400]", "[-1e400]",
+      "[123456789012345678901234567890e300]", "[NaN]", "[Infinity]", "[-Infinity]", "[01]",
+      "[1.]", "[.5]", "[+1]", "[1e]", "[0x10]", "['a']", "/* comment */ []", "\xef\xbb\xbf[]"};
+  // clang-format on
+  corpus.insert(corpus.end(),
+                {std::string("[1]\0[2]", 7), std::string("[\"a\0b\"]", 7),
+                 "[1" + std::string(400, '0') + "]", nested(513), std::string(100000, '['),
+                 std::string(100000, '[') + std::string(100000, ']'), std::string(50000, '{')});
   for (const std::string& text : corpus) {
     SCOPED_TRACE(text.substr(0, 40));
     std::shared_ptr<NYBError> error;
@@ -422,6 +348,10 @@ TEST(JSONSerialization, ValuesJSONCannotHoldFailToWrite) {
   EXPECT_EQ(writeFailure(inDictionary(-inf)), "Invalid number value (infinite) in JSON write.");
   EXPECT_EQ(writeFailure(inArray(NYBDecimal::notANumber())),
             "Invalid number value (NaN) in JSON write.");
+  EXPECT_EQ(writeFailure(inArray(NYBDecimal::fromString("-2e400"))),
+            "Invalid number value (out of range) in JSON write.");
+  EXPECT_EQ(write(NYBArray{NYBDecimal::fromString("1.5e300"), NYBDecimal::fromString("-1e-400")}),
+            "[1.5e+300,-1e-400]");
   EXPECT_EQ(writeFailure(NYBDictionary{{"a", 1}, {2, "b"}}),
             "Invalid (non-string) key in JSON dictionary.");
   EXPECT_EQ(writeFailure(inArray(NYBDictionary{{NYBDynamicValue::null(), 1}})),
