@@ -1,0 +1,468 @@
+// The libcurl URL session: one multi handle driven by one worker thread, which
+// is also the thread on which completion handlers run.
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+
+#include "NYBBundleInfo.h"
+#include "NymbrelCore/NYBURLSession.h"
+#include "platform/HTTPText.h"
+
+namespace nyb {
+
+namespace {
+
+std::shared_ptr<NYBError> transportError(NYBURLErrorCode code, std::string_view detail = {}) {
+  std::string description;
+  switch (code) {
+    case NYBURLErrorCancelled:
+      description = "cancelled";
+      break;
+    case NYBURLErrorTimedOut:
+      description = "The request timed out.";
+      break;
+    case NYBURLErrorUnsupportedURL:
+      description = "unsupported URL";
+      break;
+    case NYBURLErrorCannotFindHost:
+      description = "A server with the specified hostname could not be found.";
+      break;
+    case NYBURLErrorCannotConnectToHost:
+      description = "Could not connect to the server.";
+      break;
+    case NYBURLErrorNetworkConnectionLost:
+      description = "The network connection was lost.";
+      break;
+    case NYBURLErrorHTTPTooManyRedirects:
+      description = "too many HTTP redirects";
+      break;
+    case NYBURLErrorBadServerResponse:
+      description = "The server's answer could not be read as HTTP.";
+      break;
+    case NYBURLErrorSecureConnectionFailed:
+      description =
+          "An SSL error has occurred and a secure connection to the server cannot be made.";
+      break;
+    case NYBURLErrorServerCertificateUntrusted:
+      description = "The certificate for this server is invalid.";
+      break;
+    case NYBURLErrorUnknown:
+      description = "An unknown error occurred.";
+      break;
+  }
+  NYBDictionary info;
+  info.set(kNYBLocalizedDescriptionKey, std::move(description));
+  if (!detail.empty()) info.set("NSDebugDescription", detail);
+  return NYBError::errorWithDomain(std::string(kNYBURLErrorDomain), code, std::move(info));
+}
+
+NYBURLErrorCode codeForCurlResult(CURLcode result) {
+  switch (result) {
+    case CURLE_URL_MALFORMAT:
+      return NYBURLErrorUnsupportedURL;
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_RESOLVE_HOST:
+      return NYBURLErrorCannotFindHost;
+    case CURLE_COULDNT_CONNECT:
+      return NYBURLErrorCannotConnectToHost;
+    case CURLE_OPERATION_TIMEDOUT:
+      return NYBURLErrorTimedOut;
+    case CURLE_TOO_MANY_REDIRECTS:
+      return NYBURLErrorHTTPTooManyRedirects;
+    // The scheme was checked before the exchange began, so an unsupported
+    // protocol here is an answer that is not HTTP at all.
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_BAD_CONTENT_ENCODING:
+      return NYBURLErrorBadServerResponse;
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+      return NYBURLErrorNetworkConnectionLost;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+      return NYBURLErrorServerCertificateUntrusted;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_ENGINE_NOTFOUND:
+    case CURLE_SSL_ENGINE_SETFAILED:
+    case CURLE_USE_SSL_FAILED:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_SHUTDOWN_FAILED:
+    case CURLE_SSL_CRL_BADFILE:
+      return NYBURLErrorSecureConnectionFailed;
+    case CURLE_ABORTED_BY_CALLBACK:
+      return NYBURLErrorCancelled;
+    default:
+      return NYBURLErrorUnknown;
+  }
+}
+
+bool isHTTPScheme(const NYBURL& url) {
+  const std::string scheme = url.scheme();
+  return http::equalsIgnoringCase(scheme, "http") || http::equalsIgnoringCase(scheme, "https");
+}
+
+const std::string& userAgent() {
+  static const std::string agent = std::string("NymbrelCore/") + bundle::kShortVersionString;
+  return agent;
+}
+
+using Clock = std::chrono::steady_clock;
+
+// Easy handles kept for reuse on the worker thread that made them (every
+// handle is made and released there), so that an exchange does not pay for a
+// fresh one.
+struct HandlePool {
+  std::vector<CURL*> idle;
+  ~HandlePool() {
+    for (CURL* easy : idle) curl_easy_cleanup(easy);
+  }
+  CURL* take() {
+    if (idle.empty()) return curl_easy_init();
+    CURL* easy = idle.back();
+    idle.pop_back();
+    return easy;
+  }
+  void give(CURL* easy) {
+    if (idle.size() >= 16) {
+      curl_easy_cleanup(easy);
+      return;
+    }
+    curl_easy_reset(easy);
+    idle.push_back(easy);
+  }
+};
+thread_local HandlePool handlePool;
+
+// One exchange on its way through the multi handle.
+struct Transfer {
+  NYBURLRequest request;
+  NYBURLSessionCompletion completion;
+  CURL* easy = nullptr;
+  curl_slist* headers = nullptr;
+  std::vector<std::uint8_t> received;
+  NYBHTTPHeaderFields responseHeaders;
+  bool statusLineSeen = false;
+  char errorBuffer[CURL_ERROR_SIZE] = {};
+  // The time-out is a span without progress: any byte sent or received
+  // starts it again. Touched only on the worker thread.
+  Clock::duration idleTimeout{};
+  Clock::time_point lastProgress;
+  curl_off_t bytesMoved = 0;
+
+  Transfer(NYBURLRequest r, NYBURLSessionCompletion c)
+      : request(std::move(r)), completion(std::move(c)) {}
+  ~Transfer() {
+    if (easy != nullptr) handlePool.give(easy);
+    curl_slist_free_all(headers);
+  }
+  Transfer(const Transfer&) = delete;
+  Transfer& operator=(const Transfer&) = delete;
+
+  static size_t onBody(char* data, size_t size, size_t count, void* context) {
+    auto* self = static_cast<Transfer*>(context);
+    self->received.insert(self->received.end(), data, data + size * count);
+    return size * count;
+  }
+
+  static int onProgress(void* context, curl_off_t, curl_off_t received, curl_off_t,
+                        curl_off_t sent) {
+    auto* self = static_cast<Transfer*>(context);
+    if (received + sent != self->bytesMoved) {
+      self->bytesMoved = received + sent;
+      self->lastProgress = Clock::now();
+    }
+    return 0;
+  }
+
+  Clock::time_point deadline() const { return lastProgress + idleTimeout; }
+
+  static size_t onHeader(char* data, size_t size, size_t count, void* context) {
+    auto* self = static_cast<Transfer*>(context);
+    const std::string_view line(data, size * count);
+    if (line.substr(0, 5) == "HTTP/") {
+      // A new answer (after an interim 1xx or a redirect) starts afresh.
+      self->statusLineSeen = true;
+      self->responseHeaders.clear();
+    } else if (auto colon = line.find(':'); colon != std::string_view::npos) {
+      self->responseHeaders.emplace_back(std::string(http::trim(line.substr(0, colon))),
+                                         std::string(http::trim(line.substr(colon + 1))));
+    }
+    return size * count;
+  }
+
+  bool appendHeader(const std::string& line) {
+    curl_slist* next = curl_slist_append(headers, line.c_str());
+    if (next == nullptr) return false;
+    headers = next;
+    return true;
+  }
+
+  // Sets up the easy handle; an error when the request cannot be sent.
+  std::shared_ptr<NYBError> configure(double defaultTimeout) {
+    if (!request.URL || !isHTTPScheme(*request.URL)) {
+      return transportError(NYBURLErrorUnsupportedURL);
+    }
+    easy = handlePool.take();
+    if (easy == nullptr) return transportError(NYBURLErrorUnknown, "curl_easy_init failed");
+
+    const double timeout = request.timeoutInterval.value_or(defaultTimeout);
+    const long timeoutMilliseconds = std::lround(std::max(timeout, 0.001) * 1000.0);
+    idleTimeout = std::chrono::milliseconds(timeoutMilliseconds);
+    lastProgress = Clock::now();
+
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
+    curl_easy_setopt(easy, CURLOPT_URL, request.URL->absoluteString().c_str());
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 16L);
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_TCP_NODELAY, 1L);
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, timeoutMilliseconds);
+    curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+    curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
+    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(easy, CURLOPT_USERAGENT, userAgent().c_str());
+    curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, errorBuffer);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+    curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
+
+    const std::string& method = request.HTTPMethod;
+    const bool hasBody = request.HTTPBody.has_value();
+    if (hasBody || method == "POST") {
+      // The body goes out as it is, from the request, which outlives the handle.
+      const NYBData* body = hasBody ? &*request.HTTPBody : nullptr;
+      curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE,
+                       static_cast<curl_off_t>(body ? body->length() : 0));
+      curl_easy_setopt(easy, CURLOPT_POSTFIELDS,
+                       body && !body->empty() ? reinterpret_cast<const char*>(body->bytes()) : "");
+      if (method != "POST") curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
+    } else if (method == "GET") {
+      curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);
+    } else if (method == "HEAD") {
+      curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+    } else {
+      curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str());
+    }
+
+    for (const auto& [name, value] : request.allHTTPHeaderFields) {
+      // "Name;" is how libcurl is told to send a field with an empty value.
+      if (!appendHeader(value.empty() ? name + ";" : name + ": " + value)) {
+        return transportError(NYBURLErrorUnknown, "out of memory");
+      }
+    }
+    // No "Expect: 100-continue" round trip, and no form content type that the
+    // request did not ask for.
+    bool ok = true;
+    if (!request.valueForHTTPHeaderField("Expect")) ok = ok && appendHeader("Expect:");
+    if ((hasBody || method == "POST") && !request.valueForHTTPHeaderField("Content-Type")) {
+      ok = ok && appendHeader("Content-Type:");
+    }
+    if (!ok) return transportError(NYBURLErrorUnknown, "out of memory");
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+    return nullptr;
+  }
+
+  std::shared_ptr<const NYBHTTPURLResponse> response() const {
+    long status = 0;
+    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+    char* effective = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &effective);
+    std::optional<NYBURL> url = effective ? NYBURL::URLWithString(effective) : std::nullopt;
+    if (!url) url = request.URL;
+    return std::make_shared<const NYBHTTPURLResponse>(std::move(url), status, responseHeaders);
+  }
+};
+
+void finishWithError(std::unique_ptr<Transfer> transfer, std::shared_ptr<NYBError> error) {
+  NYBURLSessionCompletion completion = std::move(transfer->completion);
+  transfer.reset();
+  if (completion) completion(std::nullopt, nullptr, std::move(error));
+}
+
+void finish(std::unique_ptr<Transfer> transfer, CURLcode result) {
+  NYBURLSessionCompletion completion = std::move(transfer->completion);
+  if (result == CURLE_OK) {
+    auto response = transfer->response();
+    NYBData data(std::move(transfer->received));
+    transfer.reset();
+    if (completion) completion(std::move(data), std::move(response), nullptr);
+    return;
+  }
+  // A status line that came before the failure still gives a response.
+  std::shared_ptr<const NYBHTTPURLResponse> response;
+  if (transfer->statusLineSeen) response = transfer->response();
+  const std::string detail = transfer->errorBuffer[0] != '\0'
+                                 ? std::string(transfer->errorBuffer)
+                                 : std::string(curl_easy_strerror(result));
+  auto error = transportError(codeForCurlResult(result), detail);
+  transfer.reset();
+  if (completion) completion(std::nullopt, std::move(response), std::move(error));
+}
+
+class CurlURLSession final : public NYBURLSession {
+ public:
+  explicit CurlURLSession(NYBURLSessionConfiguration configuration)
+      : worker_(std::make_shared<Worker>()) {
+    static std::once_flag globalInit;
+    std::call_once(globalInit, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    worker_->configuration = configuration;
+    worker_->multi = curl_multi_init();
+    std::lock_guard lock(worker_->mutex);
+    worker_->thread = std::thread(&Worker::run, worker_);
+  }
+
+  ~CurlURLSession() override {
+    {
+      std::lock_guard lock(worker_->mutex);
+      worker_->stopping = true;
+      if (worker_->multi != nullptr) curl_multi_wakeup(worker_->multi);
+    }
+    if (worker_->thread.get_id() == std::this_thread::get_id()) {
+      worker_->thread.detach();
+    } else {
+      worker_->thread.join();
+    }
+  }
+
+  void startDataTask(NYBURLRequest request, NYBURLSessionCompletion completion) override {
+    auto transfer = std::make_unique<Transfer>(std::move(request), std::move(completion));
+    {
+      std::lock_guard lock(worker_->mutex);
+      if (!worker_->stopping && worker_->multi != nullptr) {
+        worker_->incoming.push_back(std::move(transfer));
+        curl_multi_wakeup(worker_->multi);
+        return;
+      }
+    }
+    finishWithError(std::move(transfer), transportError(NYBURLErrorCancelled));
+  }
+
+ private:
+  struct Worker {
+    NYBURLSessionConfiguration configuration;
+    std::mutex mutex;
+    CURLM* multi = nullptr;  // cleaned up by the worker thread, under the mutex
+    std::deque<std::unique_ptr<Transfer>> incoming;
+    bool stopping = false;
+    std::thread thread;
+
+    static void run(const std::shared_ptr<Worker>& self) { self->loop(); }
+
+    void loop() {
+      std::unordered_map<CURL*, std::unique_ptr<Transfer>> active;
+      for (;;) {
+        std::deque<std::unique_ptr<Transfer>> batch;
+        bool stop = false;
+        {
+          std::lock_guard lock(mutex);
+          batch.swap(incoming);
+          stop = stopping || multi == nullptr;
+        }
+        if (stop) {
+          shutDown(batch, active);
+          return;
+        }
+        for (auto& transfer : batch) {
+          if (auto error = transfer->configure(configuration.timeoutIntervalForRequest)) {
+            finishWithError(std::move(transfer), std::move(error));
+            continue;
+          }
+          if (curl_multi_add_handle(multi, transfer->easy) != CURLM_OK) {
+            finishWithError(std::move(transfer),
+                            transportError(NYBURLErrorUnknown, "curl_multi_add_handle failed"));
+            continue;
+          }
+          CURL* easy = transfer->easy;
+          active.emplace(easy, std::move(transfer));
+        }
+
+        int running = 0;
+        curl_multi_perform(multi, &running);
+        int queued = 0;
+        while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+          if (message->msg != CURLMSG_DONE) continue;
+          CURL* easy = message->easy_handle;
+          const CURLcode result = message->data.result;
+          curl_multi_remove_handle(multi, easy);
+          auto found = active.find(easy);
+          if (found == active.end()) continue;
+          std::unique_ptr<Transfer> transfer = std::move(found->second);
+          active.erase(found);
+          finish(std::move(transfer), result);
+        }
+        // Exchanges without progress for their time-out end here; the next
+        // deadline bounds the wait.
+        const auto now = Clock::now();
+        auto wait = std::chrono::milliseconds(60 * 1000);
+        for (auto it = active.begin(); it != active.end();) {
+          if (now >= it->second->deadline()) {
+            curl_multi_remove_handle(multi, it->first);
+            std::unique_ptr<Transfer> transfer = std::move(it->second);
+            it = active.erase(it);
+            finish(std::move(transfer), CURLE_OPERATION_TIMEDOUT);
+            continue;
+          }
+          wait = std::min(
+              wait, std::chrono::ceil<std::chrono::milliseconds>(it->second->deadline() - now));
+          ++it;
+        }
+        // Wakes for socket activity, libcurl's own timers or curl_multi_wakeup().
+        curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
+      }
+    }
+
+    void shutDown(std::deque<std::unique_ptr<Transfer>>& batch,
+                  std::unordered_map<CURL*, std::unique_ptr<Transfer>>& active) {
+      std::vector<std::unique_ptr<Transfer>> cancelled;
+      for (auto& [easy, transfer] : active) {
+        curl_multi_remove_handle(multi, easy);
+        cancelled.push_back(std::move(transfer));
+      }
+      active.clear();
+      for (auto& transfer : batch) cancelled.push_back(std::move(transfer));
+      {
+        std::lock_guard lock(mutex);
+        for (auto& transfer : incoming) cancelled.push_back(std::move(transfer));
+        incoming.clear();
+        if (multi != nullptr) curl_multi_cleanup(multi);
+        multi = nullptr;
+      }
+      for (auto& transfer : cancelled) {
+        finishWithError(std::move(transfer), transportError(NYBURLErrorCancelled));
+      }
+    }
+  };
+
+  std::shared_ptr<Worker> worker_;
+};
+
+}  // namespace
+
+std::shared_ptr<NYBURLSession> NYBURLSession::sessionWithConfiguration(
+    NYBURLSessionConfiguration configuration) {
+  return std::make_shared<CurlURLSession>(configuration);
+}
+
+}  // namespace nyb

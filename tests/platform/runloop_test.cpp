@@ -1,0 +1,223 @@
+// Run loops, run-loop sources and dispatch queues: where blocks run, in which
+// order, and that every wait is bounded.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "NymbrelCore/NYBDispatchQueue.h"
+#include "NymbrelCore/NYBRunLoop.h"
+
+namespace nyb {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kBound = 10s;  // for waits that should end at once
+
+// Four threads post 250 numbered blocks each through `post`; the blocks record
+// their numbers and whether they ran where they should.
+template <typename Post, typename Drain>
+void expectSerialOrder(Post post, Drain drain, std::function<bool()> onRightThread) {
+  std::vector<int> order;
+  std::atomic<bool> right{true};
+  std::vector<std::thread> posters;
+  for (int t = 0; t < 4; ++t) {
+    posters.emplace_back([&, t] {
+      for (int i = 0; i < 250; ++i) {
+        post([&, value = t * 250 + i] {
+          if (!onRightThread()) right = false;
+          order.push_back(value);
+        });
+      }
+    });
+  }
+  for (auto& poster : posters) poster.join();
+  drain([&] { return order.size() == 1000; });
+  ASSERT_EQ(order.size(), 1000u);
+  EXPECT_TRUE(right);
+  std::vector<int> last(4, -1);  // each poster's blocks keep their order
+  for (int value : order) {
+    EXPECT_GT(value, last[value / 250]);
+    last[value / 250] = value;
+  }
+}
+
+TEST(RunLoop, TheMainLoopRunsBlocksInOrderOnTheThreadThatDrivesIt) {
+  NYBRunLoop& loop = NYBRunLoop::main();
+  const auto driver = std::this_thread::get_id();
+  expectSerialOrder(
+      [&](auto block) { loop.perform(block); }, [&](auto done) { loop.runUntil(done, kBound); },
+      [&] { return std::this_thread::get_id() == driver && NYBRunLoop::isMainThread(); });
+  EXPECT_EQ(NYBRunLoop::current().get(), &loop);
+
+  // Another thread has a loop of its own, which only it drives.
+  std::promise<std::shared_ptr<NYBRunLoop>> loopThere;
+  std::atomic<bool> ranThere{false}, mainThere{true};
+  std::thread other([&] {
+    mainThere = NYBRunLoop::isMainThread();
+    auto own = NYBRunLoop::current();
+    loopThere.set_value(own);
+    own->runUntil([&] { return ranThere.load(); }, kBound);
+  });
+  auto own = loopThere.get_future().get();
+  EXPECT_NE(own.get(), &loop);
+  own->perform([&, id = other.get_id()] { ranThere = std::this_thread::get_id() == id; });
+  other.join();
+  EXPECT_FALSE(mainThere);
+  EXPECT_TRUE(ranThere);
+}
+
+TEST(RunLoop, PassesStopsAndBoundedWaits) {
+  NYBRunLoop loop;
+  // A pass runs only what was queued when it began: a block that reposts
+  // itself cannot keep one pass going.
+  int generations = 0;
+  std::function<void()> repost = [&] {
+    ++generations;
+    loop.perform(repost);
+  };
+  loop.perform(repost);
+  EXPECT_EQ(loop.runOnce(), 1u);
+  EXPECT_EQ(loop.runOnce(), 1u);
+  EXPECT_EQ(generations, 2);
+  loop.runOnce();
+
+  // A block that throws leaves the rest queued.
+  NYBRunLoop other;
+  bool secondRan = false;
+  other.perform([] { throw std::runtime_error("boom"); });
+  other.perform([&] { secondRan = true; });
+  EXPECT_THROW(other.runOnce(), std::runtime_error);
+  EXPECT_EQ(other.runOnce(), 1u);
+  EXPECT_TRUE(secondRan);
+
+  // Waits with nothing to do end at their bound.
+  EXPECT_FALSE(other.runUntil([] { return false; }, 30ms));
+  other.runUntil(std::chrono::steady_clock::now() + 30ms);
+  EXPECT_EQ(other.runOnce(20ms), 0u);
+
+  // A stop ends run() after the blocks posted before it, not the ones after.
+  std::atomic<int> ran{0};
+  std::thread stopper([&] {
+    other.perform([&] { ++ran; });
+    other.stop();
+    other.perform([&] { ran += 10; });
+  });
+  stopper.join();
+  other.run();
+  EXPECT_EQ(ran, 1);
+  other.runOnce();
+  EXPECT_EQ(ran, 11);
+}
+
+TEST(RunLoop, WakeUpHandlerTellsAHostLoopOncePerIdlePeriod) {
+  auto loop = std::make_shared<NYBRunLoop>();
+  std::atomic<int> wakeUps{0};
+  loop->setWakeUpHandler([&] { ++wakeUps; });
+  for (int i = 0; i < 3; ++i) loop->perform([] {});
+  EXPECT_EQ(wakeUps, 1);  // once per idle period
+  EXPECT_EQ(loop->runOnce(), 3u);
+  loop->perform([] {});
+  EXPECT_EQ(wakeUps, 2);
+  loop->runOnce();
+
+  loop->setWakeUpHandler(nullptr);
+  loop->perform([] {});
+  EXPECT_EQ(wakeUps, 2);
+}
+
+TEST(RunLoopSource, SignalsFoldIntoOneCallAndInvalidationSilencesIt) {
+  NYBRunLoop loop;
+  int calls = 0;
+  auto source = std::make_shared<NYBRunLoopSource>([&] { ++calls; });
+  source->signal();  // before it is added: runs once it is
+  loop.addSource(source);
+  loop.runOnce();
+  EXPECT_EQ(calls, 1);
+
+  std::vector<std::thread> signallers;
+  for (int t = 0; t < 4; ++t) {
+    signallers.emplace_back([&] {
+      for (int i = 0; i < 100; ++i) source->signal();
+    });
+  }
+  for (auto& s : signallers) s.join();
+  loop.runOnce();
+  loop.runOnce();
+  EXPECT_EQ(calls, 2);
+
+  source->signal();
+  source->invalidate();
+  loop.runOnce();
+  auto removed = std::make_shared<NYBRunLoopSource>([&] { ++calls; });
+  loop.addSource(removed);
+  loop.removeSource(removed);
+  removed->signal();
+  loop.runOnce();
+  EXPECT_EQ(calls, 2);
+}
+
+TEST(DispatchQueue, SerialQueuesRunInOrderOnTheirOwnThread) {
+  auto queue = std::make_shared<NYBDispatchQueue>("com.nymbrel.test.serial");
+  std::thread::id queueThread;
+  queue->sync([&] { queueThread = std::this_thread::get_id(); });
+  EXPECT_NE(queueThread, std::this_thread::get_id());
+  expectSerialOrder(
+      [&](auto block) { queue->async(block); }, [&](auto) { queue->flush(); },
+      [&] { return std::this_thread::get_id() == queueThread && queue->isCurrent(); });
+
+  // sync from the queue itself runs at once; an exception reaches the caller.
+  bool nested = false;
+  queue->sync([&] { queue->sync([&] { nested = true; }); });
+  EXPECT_TRUE(nested);
+  EXPECT_THROW(queue->sync([] { throw std::runtime_error("inside"); }), std::runtime_error);
+
+  // Destruction runs what is queued.
+  std::atomic<int> drained{0};
+  {
+    NYBDispatchQueue doomed("com.nymbrel.test.doomed");
+    std::promise<void> hold;
+    doomed.async([held = hold.get_future().share()] { held.wait(); });
+    for (int i = 0; i < 50; ++i) doomed.async([&] { ++drained; });
+    hold.set_value();
+  }
+  EXPECT_EQ(drained, 50);
+
+  // A queue released by its own block ends without joining itself.
+  std::atomic<int> ran{0};
+  std::promise<void> gate;
+  queue->async([opened = gate.get_future().share()] { opened.wait(); });
+  for (int i = 0; i < 50; ++i) queue->async([&] { ++ran; });
+  std::promise<void> released;
+  queue->async([queue, &released]() mutable {
+    queue.reset();
+    released.set_value();
+  });
+  queue.reset();
+  gate.set_value();
+  EXPECT_EQ(released.get_future().wait_for(kBound), std::future_status::ready);
+  EXPECT_EQ(ran, 50);
+}
+
+TEST(DispatchQueue, TheMainQueueRunsOnTheMainRunLoop) {
+  NYBDispatchQueue background("com.nymbrel.test.background");
+  std::atomic<bool> onMain{false}, done{false};
+  background.async([&] {
+    NYBDispatchQueue::main().async(
+        [&] { onMain = NYBRunLoop::isMainThread() && NYBDispatchQueue::main().isCurrent(); });
+    // Waits for the main thread to run it.
+    NYBDispatchQueue::main().sync([&] { done = true; });
+  });
+  EXPECT_TRUE(NYBRunLoop::main().runUntil([&] { return done.load(); }, kBound));
+  EXPECT_TRUE(onMain);
+  bool inlineRan = false;
+  NYBDispatchQueue::main().sync([&] { inlineRan = true; });
+  EXPECT_TRUE(inlineRan);
+}
+
+}  // namespace
+}  // namespace nyb

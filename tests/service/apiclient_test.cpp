@@ -1,0 +1,414 @@
+// The REST client against a real server on 127.0.0.1 (the base URL comes from
+// NYMBREL_BASE_URL): each operation's method, path and body on the wire, the
+// checks that refuse a record before anything is sent, how answers become
+// models and errors, and where and how often completions run.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "NymbrelCore/NYBAPIClient.h"
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBException.h"
+#include "NymbrelCore/NYBJSONSerialization.h"
+#include "NymbrelCore/NYBMedia.h"
+#include "NymbrelCore/NYBRunLoop.h"
+#include "NymbrelCore/NYBURLSession.h"
+#include "support/LogCapture.h"
+#include "support/LoopbackServer.h"
+
+namespace nyb {
+namespace {
+
+using namespace std::chrono_literals;
+using test::LoopbackServer;
+using test::ScriptedResponse;
+
+// Record types made as the real ones are: the common key map plus one field,
+// and their own type.
+template <NYBRecordType kType>
+class TestRecord : public NYBRecord {
+  NYB_DECLARE_MODEL(TestRecord, NYBRecordClass)
+ public:
+  NYBRecordType recordType() const override { return kType; }
+  NYBDynamicValue pulse;
+};
+
+template <NYBRecordType kType>
+const NYBRecordClass& TestRecord<kType>::staticClass() {
+  static const NYBRecordClass cls(
+      {"TestRecord" + std::to_string(kType),
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<TestRecord>(); },
+       NYBPropertyTable::of<TestRecord>().field("pulse", &TestRecord::pulse),
+       [] {
+         NYBKeyMap keys = NYBRecord::commonKeyPaths();
+         keys.emplace_back("pulse", "pulse");
+         return keys;
+       }(),
+       {}});
+  return cls;
+}
+
+using TestBiometrics = TestRecord<NYBRecordTypeBiometrics>;
+using TestWeight = TestRecord<NYBRecordTypeWeight>;
+
+constexpr const char* kToken = "tok-SECRET-42";
+
+// One server for the whole program: the base URL is read once per process.
+LoopbackServer& server() {
+  static LoopbackServer* const instance = [] {
+    auto* s = new LoopbackServer;
+    ::setenv("NYMBREL_BASE_URL", (s->baseURL() + "/v1").c_str(), 1);
+    return s;
+  }();
+  return *instance;
+}
+
+std::shared_ptr<TestBiometrics> biometrics(const char* activityID, const char* recordID = nullptr) {
+  auto record = std::make_shared<TestBiometrics>();
+  record->setActivityID(activityID);
+  if (recordID) record->setRecordID(recordID);
+  record->pulse = 61;
+  return record;
+}
+
+// What one operation's completion received, and where.
+struct Call {
+  int calls = 0;
+  NYBDynamicValue result;
+  std::shared_ptr<NYBError> error;
+  bool onCallingThread = false;
+  bool onMainThread = false;
+  bool beforeReturn = false;
+  bool returned = false;
+
+  NYBAPICompletion completion() {
+    const auto caller = std::this_thread::get_id();
+    return [this, caller](NYBDynamicValue r, std::shared_ptr<NYBError> e) {
+      ++calls;
+      result = std::move(r);
+      error = std::move(e);
+      onCallingThread = std::this_thread::get_id() == caller;
+      onMainThread = NYBRunLoop::isMainThread();
+      beforeReturn = !returned;
+    };
+  }
+  // Drives the main loop until the completion has run.
+  bool await() {
+    return NYBRunLoop::main().runUntil([this] { return calls > 0; }, 15s);
+  }
+};
+
+NYBDynamicValue parse(const std::string& body) {
+  return NYBJSONSerialization::JSONObjectWithData(body);
+}
+
+class APIClient : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    server().reset();
+    ASSERT_EQ(kNYBRequestBaseURLString.value(), server().baseURL() + "/v1");
+    user = std::make_shared<NYBUser>("u-1", "org-7", kToken);
+    client = std::make_shared<NYBAPIClient>(user);
+  }
+
+  std::shared_ptr<NYBUser> user;
+  std::shared_ptr<NYBAPIClient> client;
+};
+
+// The body of a JSON operation: the root beside the token.
+NYBDynamicValue wrapped(const char* root, NYBDynamicValue document) {
+  return NYBDictionary{{root, std::move(document)}, {"authentication_token", kToken}};
+}
+
+TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
+  auto fresh = biometrics("act-1");
+  auto stored = biometrics("a", "r-1");
+  auto weighIn = std::make_shared<TestWeight>();
+  weighIn->setActivityID("day.2016/03?x=1&y=2 z");
+  auto image = std::make_shared<NYBImage>(2, 2, std::vector<std::uint8_t>(16, 200));
+  for (const char* answer : {
+           R"({"biometrics":{"_id":"r-9","activity_id":"act-1","pulse":62}})",
+           R"({"biometrics":{"_id":"r-1"}})",
+           R"({"weight":{"_id":"w-1"}})",
+           R"({"code":200,"message":"deleted"})",
+           R"({"media":{"id":"m-1","url":"https://m/1"}})",
+           R"({"biometrics":[{"_id":"r-1"},"skipped",{"_id":"r-2"}]})",
+           R"({"media":{"id":"m-2"}})",
+       }) {
+    server().enqueue(ScriptedResponse::json(200, answer));
+  }
+  Call calls[7];
+  const std::function<void(NYBAPICompletion)> operations[7] = {
+      [&](auto c) { client->postRecord(fresh, c); },
+      [&](auto c) { client->updateRecord(stored, c); },
+      [&](auto c) { client->upsertRecord(weighIn, c); },
+      [&](auto c) { client->deleteRecord(stored, c); },
+      [&](auto c) { client->uploadImage(image, stored, c); },
+      [&](auto c) {
+        client->postMultipleRecords({stored, fresh}, c);
+      },
+      [&](auto c) { client->uploadImage(nullptr, stored, c); },
+  };
+  for (int i = 0; i < 7; ++i) {
+    operations[i](calls[i].completion());
+    calls[i].returned = true;
+    ASSERT_TRUE(calls[i].await());
+    EXPECT_EQ(calls[i].calls, 1);
+    EXPECT_TRUE(calls[i].onMainThread);
+    EXPECT_FALSE(calls[i].beforeReturn);
+    EXPECT_FALSE(calls[i].error);
+  }
+
+  const auto sent = server().requests();
+  ASSERT_EQ(sent.size(), 7u);
+  const std::string users = "/v1/organizations/org-7/users/u-1/";
+  const std::string media = users + "biometrics/r-1/media?authentication_token=" + kToken;
+  const std::pair<const char*, std::string> lines[7] = {
+      {"POST", users + "biometrics.json"},
+      {"PUT", users + "biometrics/r-1.json"},
+      // The full stop is encoded, the query characters are not, the blank is.
+      {"PUT", users + "weight/activity_id/day%2E2016/03?x=1&y=2%20z"},
+      {"DELETE", users + "biometrics/r-1.json"},
+      {"POST", media},  // the token as it is, in the query and in the header
+      {"POST", users + "biometrics.json"},
+      {"POST", media},
+  };
+  for (int i = 0; i < 7; ++i) {
+    EXPECT_EQ(sent[i].method, lines[i].first);
+    EXPECT_EQ(sent[i].target, lines[i].second);
+    EXPECT_EQ(*sent[i].header("X-Nymbrel-Mobile-Token"), kToken);
+  }
+  EXPECT_EQ(parse(sent[0].body), wrapped("biometrics", fresh->JSONObject()));
+  EXPECT_EQ(parse(sent[1].body), wrapped("biometrics", stored->JSONObject()));
+  EXPECT_EQ(parse(sent[2].body), wrapped("weight", weighIn->JSONObject()));
+  EXPECT_EQ(parse(sent[3].body), NYBDynamicValue(NYBDictionary{{"authentication_token", kToken}}));
+  EXPECT_EQ(sent[4].body,
+            "-----------------9a87987G98797\r\nContent-Disposition: form-data; name=\"media\"; "
+            "filename=\"media.png\"\r\nContent-Type: application/octet-stream\r\n\r\n" +
+                std::string(image->PNGRepresentation()->view()) +
+                "\r\n-----------------9a87987G98797--\r\n");
+  EXPECT_EQ(parse(sent[5].body),
+            wrapped("biometrics", NYBArray{stored->JSONObject(), fresh->JSONObject()}));
+  // No image: the token parameter goes out as a JSON body.
+  EXPECT_EQ(*sent[6].header("Content-Type"), "application/json");
+  EXPECT_EQ(parse(sent[6].body), NYBDynamicValue(NYBDictionary{{"authentication_token", kToken}}));
+
+  auto posted = calls[0].result.objectAs<TestBiometrics>();
+  ASSERT_TRUE(posted);
+  EXPECT_EQ(posted->recordID(), NYBDynamicValue("r-9"));
+  EXPECT_EQ(posted->pulse, NYBDynamicValue(62));
+  EXPECT_TRUE(calls[1].result.objectAs<TestBiometrics>());
+  EXPECT_TRUE(calls[2].result.objectAs<TestWeight>());
+  auto response = calls[3].result.objectAs<NYBServerResponse>();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->message(), NYBDynamicValue("deleted"));
+  auto uploaded = calls[4].result.objectAs<NYBMedia>();
+  ASSERT_TRUE(uploaded);
+  EXPECT_EQ(uploaded->mediaURL(), NYBDynamicValue("https://m/1"));
+  const NYBArray* both = calls[5].result.array();
+  ASSERT_TRUE(both);
+  ASSERT_EQ(both->size(), 2u);
+  EXPECT_EQ((*both)[1].objectAs<TestBiometrics>()->recordID(), NYBDynamicValue("r-2"));
+}
+
+TEST_F(APIClient, RefusedRecordsAreReportedAtOnceOnTheCallingThreadAndNothingIsSent) {
+  test::LogCapture log;
+  auto typeless = std::make_shared<NYBRecord>();
+  typeless->setActivityID("t");
+  auto noID = biometrics("n");
+  auto weight = std::make_shared<TestWeight>();
+  const std::vector<std::pair<std::function<void(NYBAPICompletion)>, NYBAPIErrorCode>> cases = {
+      {[&](auto c) { client->postRecord(nullptr, c); }, NYBAPIErrorMissingRecord},
+      {[&](auto c) { client->postRecord(typeless, c); }, NYBAPIErrorInvalidRecordType},
+      {[&](auto c) { client->postMultipleRecords({}, c); }, NYBAPIErrorMissingRecord},
+      {[&](auto c) {
+         client->postMultipleRecords({noID, weight}, c);
+       },
+       NYBAPIErrorMismatchedRecordTypes},
+      // A missing record has no type, so it differs from the first one's.
+      {[&](auto c) {
+         client->postMultipleRecords({noID, nullptr}, c);
+       },
+       NYBAPIErrorMismatchedRecordTypes},
+      {[&](auto c) { client->updateRecord(typeless, c); }, NYBAPIErrorMissingRecordID},
+      {[&](auto c) { client->updateRecord(nullptr, c); }, NYBAPIErrorMissingRecordID},
+      {[&](auto c) { client->upsertRecord(weight, c); }, NYBAPIErrorMissingActivityID},
+      {[&](auto c) { client->uploadImage(nullptr, noID, c); }, NYBAPIErrorMissingRecordID},
+      {[&](auto c) { client->deleteRecord(noID, c); }, NYBAPIErrorMissingRecordID},
+  };
+  const char* descriptions[] = {"Invalid records",   "Invalid record type",
+                                "Missing record ID", "Missing activity ID",
+                                "Missing record",    "Mismatched record types"};
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    SCOPED_TRACE(i);
+    Call call;
+    cases[i].first(call.completion());
+    call.returned = true;
+    EXPECT_EQ(call.calls, 1);
+    EXPECT_TRUE(call.beforeReturn);
+    EXPECT_TRUE(call.onCallingThread);
+    EXPECT_TRUE(call.result.isAbsent());
+    ASSERT_TRUE(call.error);
+    EXPECT_EQ(call.error->domain(), "NYBAPIErrorDomain");
+    EXPECT_EQ(call.error->code(), cases[i].second);
+    EXPECT_EQ(call.error->localizedDescription(), descriptions[cases[i].second]);
+    cases[i].first(nullptr);  // without a completion nothing breaks
+  }
+  // A valid request afterwards is the only one the server sees; the delete
+  // without a completion went out all the same, with no URL to go to.
+  Call barrier;
+  client->postRecord(noID, barrier.completion());
+  ASSERT_TRUE(barrier.await());
+  EXPECT_EQ(server().requests().size(), 1u);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"NYBRequest: No data returned: unsupported URL"});
+}
+
+TEST_F(APIClient, DeleteWithoutACompletionIsSentEvenWhenItsCheckFails) {
+  struct Recording : NYBURLSession {
+    std::vector<NYBURLRequest> seen;
+    void startDataTask(NYBURLRequest request, NYBURLSessionCompletion) override {
+      seen.push_back(std::move(request));
+    }
+  };
+  auto fake = std::make_shared<Recording>();
+  NYBURLSession::setSharedSession(fake);
+  client->deleteRecord(biometrics("no-id"), nullptr);
+  client->deleteRecord(nullptr, nullptr);
+  NYBURLSession::setSharedSession(nullptr);
+  ASSERT_EQ(fake->seen.size(), 2u);
+  for (const auto& request : fake->seen) {
+    EXPECT_EQ(request.HTTPMethod, "DELETE");
+    EXPECT_FALSE(request.URL);
+    EXPECT_EQ(request.HTTPBody->view(),
+              std::string(R"({"authentication_token":")") + kToken + "\"}");
+  }
+}
+
+TEST_F(APIClient, AnErrorsArrayTravelsBesideTheResult) {
+  test::LogCapture log;
+  for (const char* answer : {
+           R"({"biometrics":{"_id":"r-5"},"errors":[{"activity_id":"x"},{"code":3},7]})",
+           R"({"_id":"r-7","errors":[]})",
+           R"({"biometrics":"not a record"})",
+       }) {
+    server().enqueue(ScriptedResponse::json(200, answer));
+  }
+  Call calls[3];
+  for (Call& call : calls) {
+    client->postRecord(biometrics("x"), call.completion());
+    ASSERT_TRUE(call.await());
+  }
+  EXPECT_EQ(calls[0].result.objectAs<TestBiometrics>()->recordID(), NYBDynamicValue("r-5"));
+  ASSERT_TRUE(calls[0].error);
+  EXPECT_EQ(calls[0].error->domain(), "NYBAPIErrorDomain");
+  EXPECT_EQ(calls[0].error->code(), NYBAPIErrorInvalidRecords);
+  // An entry without an activity ID shows as "(null)"; non-objects are dropped.
+  EXPECT_EQ(calls[0].error->localizedDescription(), "Invalid records: x, (null)");
+  const NYBArray* records = calls[0].error->userInfo()["errorRecords"].array();
+  ASSERT_TRUE(records && records->size() == 2);
+  EXPECT_EQ((*records)[1].objectAs<NYBServerResponse>()->code(), NYBDynamicValue(3));
+  // No root key: the whole answer is the record; an empty array is no error.
+  EXPECT_EQ(calls[1].result.objectAs<TestBiometrics>()->recordID(), NYBDynamicValue("r-7"));
+  EXPECT_FALSE(calls[1].error);
+  EXPECT_TRUE(calls[2].result.isAbsent());
+  EXPECT_FALSE(calls[2].error);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"Invalid JSON Object: not a record"});
+}
+
+TEST_F(APIClient, FailedExchangesArriveOnTheMainQueueExactlyOnce) {
+  // The test seam: one second without progress instead of sixty.
+  NYBURLSessionConfiguration quick;
+  quick.timeoutIntervalForRequest = 1.0;
+  NYBURLSession::setSharedSession(NYBURLSession::sessionWithConfiguration(quick));
+  test::LogCapture log;
+  const std::string echo = std::string(R"({"echo":")") + kToken + "\"}";
+  server().enqueue(ScriptedResponse::json(422, echo));
+  server().enqueue(ScriptedResponse::noContent());
+  server().enqueue(ScriptedResponse::garbage("\x01\x02 garbage\r\n\r\n"));
+  server().enqueue(ScriptedResponse::closeMidAnswer(200, R"({"biometrics":)", 400));
+  server().enqueue(ScriptedResponse::json(200, "{not json"));
+  server().enqueue(ScriptedResponse::neverAnswer());
+  std::vector<Call> calls(6);
+  for (auto& call : calls) {
+    client->postRecord(biometrics("f"), call.completion());
+    call.returned = true;
+    ASSERT_TRUE(call.await());
+  }
+  // Whatever else is queued for the main thread runs now: no second calls.
+  Call barrier;
+  client->postRecord(biometrics("g"), barrier.completion());
+  ASSERT_TRUE(barrier.await());
+  NYBRunLoop::main().runOnce();
+  NYBURLSession::setSharedSession(nullptr);
+
+  const std::pair<std::string_view, std::int64_t> errors[] = {
+      {"NYBHTTPErrorDomain", 422},
+      {"", 0},  // 204: neither result nor error
+      {kNYBURLErrorDomain, NYBURLErrorBadServerResponse},
+      {kNYBURLErrorDomain, NYBURLErrorNetworkConnectionLost},
+      {"NSCocoaErrorDomain", 3840},
+      {kNYBURLErrorDomain, NYBURLErrorTimedOut},
+  };
+  for (std::size_t i = 0; i < calls.size(); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(calls[i].calls, 1);
+    EXPECT_TRUE(calls[i].onMainThread);
+    EXPECT_FALSE(calls[i].beforeReturn);
+    EXPECT_TRUE(calls[i].result.isAbsent());
+    EXPECT_EQ(calls[i].error ? calls[i].error->domain() : "", errors[i].first);
+    EXPECT_EQ(calls[i].error ? calls[i].error->code() : 0, errors[i].second);
+  }
+  EXPECT_EQ(calls[0].error->localizedDescription(), "422 client error");
+  // The token shows only where a log line carries the service's own body.
+  std::vector<std::string> withToken;
+  for (const auto& line : log.lines()) {
+    if (line.find(kToken) != std::string::npos) withToken.push_back(line);
+  }
+  EXPECT_EQ(withToken, std::vector<std::string>{
+                           "NYBRequest: Invalid status code: 422 client error\nResponse: " + echo});
+}
+
+TEST_F(APIClient, TheUserIsRequiredAndReadAfreshForEachRequest) {
+  try {
+    NYBAPIClient missing(nullptr);
+    FAIL() << "no exception";
+  } catch (const NYBException& e) {
+    EXPECT_EQ(e.name(), "Missing parameter exception");
+    EXPECT_EQ(e.reason(), "user is required");
+  }
+  EXPECT_THROW(NYBAPIClient(), NYBException);
+
+  client->setUser(std::make_shared<NYBUser>("u-2", "org-8", "other"));
+  Call call;
+  client->postRecord(biometrics("p"), call.completion());
+  ASSERT_TRUE(call.await());
+  ASSERT_EQ(server().requests().size(), 1u);
+  EXPECT_EQ(server().requests()[0].target, "/v1/organizations/org-8/users/u-2/biometrics.json");
+  EXPECT_EQ(*server().requests()[0].header("X-Nymbrel-Mobile-Token"), "other");
+}
+
+TEST(APIClientClass, URLBuildersRefuseWhatTheyCannotName) {
+  const std::string base = server().baseURL() + "/v1/organizations/";
+  auto user = std::make_shared<NYBUser>("u", "o", "t");
+  auto noOrg = std::make_shared<NYBUser>("u", NYBDynamicValue(), "t");
+  EXPECT_EQ(NYBAPIClient::urlForRecordType(NYBRecordTypeIntraDay, user)->absoluteString(),
+            base + "o/users/u/intraday.json");
+  EXPECT_FALSE(NYBAPIClient::urlForRecordType(NYBRecordTypeSleep, noOrg));
+  // With a record ID only the user itself is needed, not its fields.
+  EXPECT_EQ(
+      NYBAPIClient::urlForRecordTypeRecordID(NYBRecordTypeSleep, "9", noOrg)->absoluteString(),
+      base + "(null)/users/u/sleep/9.json");
+  EXPECT_FALSE(NYBAPIClient::urlForRecordTypeRecordID(NYBRecordTypeSleep, "9", nullptr));
+  EXPECT_EQ(NYBAPIClient::urlForRecordTypeActivityID(NYBRecordTypeFitness, "r\xC3\xA9.1#2", user)
+                ->absoluteString(),
+            base + "o/users/u/fitness/activity_id/r%C3%A9%2E1%232");
+  EXPECT_FALSE(NYBAPIClient::urlForImageUploadRecord(
+      biometrics("a", "r"), std::make_shared<NYBUser>("u", "o", NYBDynamicValue())));
+  EXPECT_EQ(NYBAPIClient::JSONRootForRecordType(NYBRecordTypeNone), "");
+  EXPECT_EQ(NYBAPIClient::JSONRootForRecordType(static_cast<NYBRecordType>(9)), std::nullopt);
+}
+
+}  // namespace
+}  // namespace nyb

@@ -1,0 +1,246 @@
+// One HTTP exchange with the service, through libcurl to a real server on
+// 127.0.0.1: the bytes that go out (query, headers in order, JSON and
+// multipart bodies) and how each kind of answer comes back and is logged.
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBRequest.h"
+#include "support/LogCapture.h"
+#include "support/LoopbackServer.h"
+
+namespace nyb {
+namespace {
+
+using namespace std::chrono_literals;
+using test::LoopbackServer;
+using test::ScriptedResponse;
+
+struct Answer {
+  std::mutex mutex;
+  std::condition_variable changed;
+  int calls = 0;
+  NYBDynamicValue object;
+  std::shared_ptr<const NYBHTTPURLResponse> response;
+  std::shared_ptr<NYBError> error;
+};
+
+// Sends the request and waits, boundedly, for its one completion.
+void send(const NYBRequest& request, Answer& answer) {
+  request.sendWithCompletion([&answer](NYBDynamicValue o,
+                                       std::shared_ptr<const NYBHTTPURLResponse> r,
+                                       std::shared_ptr<NYBError> e) {
+    std::lock_guard lock(answer.mutex);
+    ++answer.calls;
+    answer.object = std::move(o);
+    answer.response = std::move(r);
+    answer.error = std::move(e);
+    answer.changed.notify_all();
+  });
+  std::unique_lock lock(answer.mutex);
+  ASSERT_TRUE(answer.changed.wait_for(lock, 10s, [&] { return answer.calls > 0; }));
+}
+
+std::shared_ptr<NYBRequest> requestTo(const std::string& url, NYBHTTPMethod method) {
+  auto request = std::make_shared<NYBRequest>();
+  request->setURL(NYBURL::URLWithString(url));
+  request->setHTTPMethod(method);
+  return request;
+}
+
+std::shared_ptr<NYBImage> smallImage() {
+  std::vector<std::uint8_t> pixels;
+  for (int i = 0; i < 4 * 3 * 2; ++i) pixels.push_back(static_cast<std::uint8_t>(i * 10));
+  return std::make_shared<NYBImage>(3, 2, std::move(pixels));
+}
+
+// The request's own header fields, in the order they arrived.
+std::vector<std::string> ourHeaders(const test::RecordedRequest& request) {
+  static const std::vector<std::string> ours = {"Accept", "Nymbrel-Version",
+                                                "X-Nymbrel-Mobile-Token", "Content-Type"};
+  std::vector<std::string> names;
+  for (const auto& name : request.headerNames()) {
+    if (std::find(ours.begin(), ours.end(), name) != ours.end()) names.push_back(name);
+  }
+  return names;
+}
+
+TEST(Request, QueryIsJoinedAsItReadsWithoutEncoding) {
+  const auto base = *NYBURL::URLWithString("https://host.test/v1/items");
+  EXPECT_EQ(NYBRequest::URLWithGETParameters(base, {{"zeta", "1"}, {"alpha", 2}, {"m", "a/b%20"}})
+                ->absoluteString(),
+            "https://host.test/v1/items?zeta=1&alpha=2&m=a/b%20");
+  // The base is not inspected (a second "?"); nothing gives a lone "?"; a
+  // blank makes the text unparsable.
+  EXPECT_EQ(
+      NYBRequest::URLWithGETParameters(*NYBURL::URLWithString("https://h/p?x=1"), {{"y", "2"}})
+          ->absoluteString(),
+      "https://h/p?x=1?y=2");
+  EXPECT_EQ(NYBRequest::URLWithGETParameters(base, {})->absoluteString(),
+            "https://host.test/v1/items?");
+  EXPECT_FALSE(NYBRequest::URLWithGETParameters(base, {{"q", "a b"}}));
+
+  NYBRequest merged;
+  merged.addParameters({{"a", 1}});
+  merged.addParameters({{"b", 2}, {"a", 3}});
+  EXPECT_EQ(*merged.parameters(), (NYBDictionary{{"a", 3}, {"b", 2}}));
+}
+
+TEST(Request, JSONBodiesHeadersAndMethodsOnTheWire) {
+  LoopbackServer server;
+  const std::string url = server.baseURL() + "/v1/things";
+
+  NYBRequest post;  // a fresh request is a POST
+  post.setURL(NYBURL::URLWithString(url));
+  post.setAuthToken("tok-1");
+  post.setParameters(NYBDictionary{{"name", "Ann \"A\""}, {"n", 3}});
+  auto del = requestTo(url, NYBHTTPMethodDELETE);  // no token: no token header
+  del->setParameters(NYBDictionary{{"authentication_token", "tok-2"}});
+  auto get = requestTo(url, NYBHTTPMethodGET);  // query, never a body, even with an image
+  get->setParameters(NYBDictionary{{"b", "2"}, {"a", "x"}});
+  get->setImage(smallImage());
+  auto unnamed = requestTo(url, static_cast<NYBHTTPMethod>(7));  // the default method
+  Answer answers[4];
+  send(post, answers[0]);
+  send(*del, answers[1]);
+  send(*get, answers[2]);
+  send(*unnamed, answers[3]);
+
+  const auto sent = server.requests();
+  ASSERT_EQ(sent.size(), 4u);
+  EXPECT_EQ(sent[0].method, "POST");
+  EXPECT_EQ(sent[0].body, R"({"name":"Ann \"A\"","n":3})");
+  EXPECT_EQ(ourHeaders(sent[0]),
+            (std::vector<std::string>{"Accept", "Nymbrel-Version", "X-Nymbrel-Mobile-Token",
+                                      "Content-Type"}));
+  EXPECT_EQ(*sent[0].header("Accept"), "application/json");
+  EXPECT_EQ(*sent[0].header("Nymbrel-Version"), "2015-10-01");
+  EXPECT_EQ(*sent[0].header("X-Nymbrel-Mobile-Token"), "tok-1");
+  EXPECT_EQ(*sent[0].header("Content-Type"), "application/json");
+
+  EXPECT_EQ(sent[1].method, "DELETE");
+  EXPECT_EQ(sent[1].body, R"({"authentication_token":"tok-2"})");
+  EXPECT_EQ(ourHeaders(sent[1]),
+            (std::vector<std::string>{"Accept", "Nymbrel-Version", "Content-Type"}));
+
+  EXPECT_EQ(sent[2].method, "GET");
+  EXPECT_EQ(sent[2].target, "/v1/things?b=2&a=x");
+  EXPECT_TRUE(sent[2].body.empty());
+  EXPECT_FALSE(sent[2].header("Content-Type"));
+
+  EXPECT_EQ(sent[3].method, "GET");
+  EXPECT_EQ(NYBRequest::HTTPMethodStringForMethod(static_cast<NYBHTTPMethod>(7)), std::nullopt);
+}
+
+TEST(Request, MultipartBodyByteForByte) {
+  LoopbackServer server;
+  auto image = smallImage();
+  auto upload = requestTo(server.baseURL() + "/v1/media?authentication_token=t", NYBHTTPMethodPOST);
+  upload->setAuthToken("t");
+  upload->setImage(image);
+  upload->addParameters({{"authentication_token", "t"}});  // lost: the image wins
+  auto unencodable = requestTo(server.baseURL() + "/v1/media", NYBHTTPMethodPUT);
+  unencodable->setImage(std::make_shared<NYBImage>(0, 0));
+  Answer answers[2];
+  send(*upload, answers[0]);
+  send(*unencodable, answers[1]);
+
+  const auto sent = server.requests();
+  ASSERT_EQ(sent.size(), 2u);
+  const std::string png(image->PNGRepresentation()->view());
+  EXPECT_EQ(sent[0].body,
+            "-----------------9a87987G98797\r\n"
+            "Content-Disposition: form-data; name=\"media\"; filename=\"media.png\"\r\n"
+            "Content-Type: application/octet-stream\r\n"
+            "\r\n" +
+                png +
+                "\r\n"
+                "-----------------9a87987G98797--\r\n");
+  EXPECT_EQ(*sent[0].header("Content-Type"),
+            "multipart/form-data; boundary=---------------9a87987G98797");
+  EXPECT_EQ(ourHeaders(sent[0]).back(), "Content-Type");
+  EXPECT_EQ(*NYBImage::imageWithData(NYBData(png)), *image);
+  // A picture that cannot be encoded leaves the closing line alone.
+  EXPECT_EQ(sent[1].body, "-----------------9a87987G98797--\r\n");
+}
+
+TEST(Request, StatusDecidesBetweenObjectAndErrorAndEveryOutcomeIsLogged) {
+  LoopbackServer server;
+  test::LogCapture log;
+  const std::vector<ScriptedResponse> scripts = {
+      ScriptedResponse::json(399, R"({"a":[1,2]})"),
+      ScriptedResponse::json(400, R"({"why":"bad"})"),
+      ScriptedResponse::json(404, ""),
+      ScriptedResponse::json(500, "\xff\xfe"),  // not UTF-8
+      ScriptedResponse::noContent(),
+      ScriptedResponse::json(200, "<html>"),
+      ScriptedResponse::closeMidAnswer(500, "{", 50),
+  };
+  std::vector<Answer> answers(scripts.size());
+  for (std::size_t i = 0; i < scripts.size(); ++i) {
+    server.enqueue(scripts[i]);
+    send(*requestTo(server.baseURL() + "/v1/r", NYBHTTPMethodGET), answers[i]);
+  }
+
+  EXPECT_EQ(answers[0].object, NYBDynamicValue(NYBDictionary{{"a", NYBArray{1, 2}}}));
+  EXPECT_FALSE(answers[0].error);
+  const char* descriptions[] = {"400 bad request", "404 not found", "500 internal server error"};
+  for (int i = 1; i <= 3; ++i) {
+    EXPECT_TRUE(answers[i].object.isAbsent());
+    ASSERT_TRUE(answers[i].error);
+    EXPECT_EQ(answers[i].error->domain(), "NYBHTTPErrorDomain");
+    EXPECT_EQ(answers[i].error->code(), answers[i].response->statusCode());
+    EXPECT_EQ(answers[i].error->localizedDescription(), descriptions[i - 1]);
+  }
+  EXPECT_TRUE(answers[4].object.isAbsent());  // 204: neither object nor error
+  EXPECT_FALSE(answers[4].error);
+  ASSERT_TRUE(answers[5].error);
+  EXPECT_EQ(answers[5].error->domain(), "NSCocoaErrorDomain");
+  // Failure by status and by transport at once: the transport error wins.
+  ASSERT_TRUE(answers[6].error);
+  EXPECT_EQ(answers[6].error->code(), NYBURLErrorNetworkConnectionLost);
+  EXPECT_EQ(answers[6].response->statusCode(), 500);
+
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{
+                "NYBRequest: Invalid status code: 400 bad request\nResponse: {\"why\":\"bad\"}",
+                "NYBRequest: Invalid status code: 404 not found\nResponse: ",
+                "NYBRequest: Invalid status code: 500 internal server error\nResponse: (null)",
+                "NYBRequest: No data returned: (null)",
+                "NYBRequest: Error deserializing JSON: " +
+                    answers[5].error->localizedDescription() + "\nResponse: <html>",
+                "NYBRequest: Invalid status code: The network connection was lost.\nResponse: "
+                "(null)",
+            }));
+}
+
+TEST(Request, RequestsThatCannotBeBuiltWhollyAreStillSent) {
+  LoopbackServer server;
+  test::LogCapture log;
+  // Parameters that JSON cannot hold: logged, and sent with no body.
+  auto put = requestTo(server.baseURL() + "/v1/p", NYBHTTPMethodPUT);
+  put->setParameters(NYBDictionary{{"when", NYBDate(0)}});
+  // A GET whose query does not parse has no URL: a transport error.
+  auto get = requestTo(server.baseURL() + "/v1/q", NYBHTTPMethodGET);
+  get->setParameters(NYBDictionary{{"q", "two words"}});
+  Answer answers[2];
+  send(*put, answers[0]);
+  send(*get, answers[1]);
+
+  const auto sent = server.requests();
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(*sent[0].header("Content-Type"), "application/json");
+  EXPECT_TRUE(sent[0].body.empty());
+  ASSERT_TRUE(answers[1].error);
+  EXPECT_EQ(answers[1].error->code(), NYBURLErrorUnsupportedURL);
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].rfind("Error serializing data:" + put->parameters()->description() + "\n", 0),
+            0u);
+  EXPECT_EQ(lines[1], "NYBRequest: No data returned: " + answers[1].error->localizedDescription());
+}
+
+}  // namespace
+}  // namespace nyb

@@ -1,0 +1,91 @@
+// A raw-socket HTTP/1.1 server on 127.0.0.1 for tests and benchmarks.
+//
+// It listens on an ephemeral port from construction and serves on a thread of
+// its own. Every request is recorded exactly as it arrived: method, target,
+// header fields in order and body bytes, with the index of the connection it
+// came on (so that reuse of a kept-alive connection is visible). Requests are
+// answered in order from a script of responses; when the script is empty, the
+// default response answers (200 with the body "{}" unless set). A scripted
+// response can also close the connection in the middle of its answer, send
+// bytes that are not HTTP, reset the connection, or never answer at all.
+//
+// Every member may be called from any thread.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace nyb::test {
+
+using HeaderList = std::vector<std::pair<std::string, std::string>>;
+
+struct RecordedRequest {
+  std::size_t connection = 0;  // 0 for the first connection accepted, and so on
+  std::string method;
+  std::string target;  // as written on the request line
+  HeaderList headers;  // in the order received
+  std::string body;
+
+  // The first field of that name, in any case; null when there is none.
+  const std::string* header(std::string_view name) const;
+  // The field names, in order.
+  std::vector<std::string> headerNames() const;
+};
+
+struct ScriptedResponse {
+  enum class Kind {
+    Answer,          // status line, headers, body; the connection stays open
+    CloseMidAnswer,  // status line and headers promising more body than is sent, then close
+    Garbage,         // the body bytes alone, not HTTP, then close
+    Reset,           // the connection is reset without a byte of answer
+    NeverAnswer,     // nothing, for as long as the client waits
+  };
+  Kind kind = Kind::Answer;
+  int status = 200;
+  std::string reason = "OK";
+  HeaderList headers;  // Content-Length is added unless given (and for 204)
+  std::string body;
+
+  static ScriptedResponse json(int status, std::string body);
+  static ScriptedResponse noContent();
+  static ScriptedResponse closeMidAnswer(int status, std::string partialBody,
+                                         std::size_t promisedLength);
+  static ScriptedResponse garbage(std::string bytes);
+  static ScriptedResponse reset();
+  static ScriptedResponse neverAnswer();
+};
+
+class LoopbackServer {
+ public:
+  LoopbackServer();
+  ~LoopbackServer();
+  LoopbackServer(const LoopbackServer&) = delete;
+  LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+  int port() const;
+  // "http://127.0.0.1:<port>"
+  std::string baseURL() const;
+
+  // Appends to the script; each request takes the first response left.
+  void enqueue(ScriptedResponse response);
+  void setDefaultResponse(ScriptedResponse response);
+  // Forgets the recorded requests and the script (open connections stay).
+  void reset();
+
+  std::vector<RecordedRequest> requests() const;
+  // Waits until at least count requests were recorded, or the timeout passes.
+  bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const;
+  // How many connections were accepted so far.
+  std::size_t connectionCount() const;
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace nyb::test
