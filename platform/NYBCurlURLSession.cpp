@@ -117,9 +117,12 @@ bool isHTTPScheme(const NYBURL& url) {
   return http::equalsIgnoringCase(scheme, "http") || http::equalsIgnoringCase(scheme, "https");
 }
 
+// Never destroyed: the worker thread may still send a request while the
+// process exits.
 const std::string& userAgent() {
-  static const std::string agent = std::string("NymbrelCore/") + bundle::kShortVersionString;
-  return agent;
+  static const std::string* agent =
+      new std::string(std::string("NymbrelCore/") + bundle::kShortVersionString);
+  return *agent;
 }
 
 using Clock = std::chrono::steady_clock;

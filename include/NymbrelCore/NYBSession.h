@@ -1,37 +1,268 @@
-// NYBSession: the library's single entry point for an application.
+// NYBSession: the library's single entry point for an application. It holds
+// the signed-in user's session (NYBSessionData: the user, the upload queue and
+// the photo map), accepts records (and records with a photo) for submission,
+// keeps them in a first-in-first-out upload queue that survives restarts, and
+// sends that queue to the service through NYBAPIClient one request at a time,
+// records first, photos after their record was accepted. Every outcome is
+// announced on the default notification centre (the four notification names
+// below); a change of network reachability, every submission and every
+// finished request start processing again.
 //
-// For now it carries only the library's identity, as class-level operations
-// of its class object NYBSessionClass: libraryVersion() is the short version
-// string of the library's own bundle information, and libraryDescription() the
-// one-line description of the library written to the platform log when the
-// shared session starts. Both hold no state and may be called from any thread.
+// Ownership. sharedInstance() makes the process's one session on its first
+// call (exactly once, whichever threads call) and never destroys it. Hosts and
+// tests may also make independent sessions with sessionWithConfiguration():
+// each runs the same start-up (the library description logged, an observer of
+// reachability changes registered, its own internet-connection monitor made
+// and started, the archive of an earlier run loaded, the queue processed) and
+// is released by its last owner, which removes its observer and stops its
+// monitor. All sessions keep their archive, "sessionData", in the documents
+// directory (NYBDocuments) as it is when each save or load happens, and the
+// photos in its "images" folder, so two live sessions must not share a
+// documents directory. A session owns its session data, its API client, its
+// monitor and, while a request is in flight, the one processingRecord.
+//
+// Records. The queue holds the session's own copies of the records it is
+// given, so the caller may go on changing its objects. Once queued, a record
+// is never changed in place: the media of an uploaded photo are added to a
+// copy, which is what kNYBRecordImageSubmittedNotification carries. Records
+// the session hands out (processingRecord, the session data's records and
+// photo keys, the objects of the failure notifications) are the queued ones:
+// read them, copy them to change them. That is what lets a save snapshot the
+// session data at a constant cost (the model base's copy, sharing immutable
+// containers and records) while the write queue archives it.
+//
+// Threads. Everything is called on the main thread (the thread that drives
+// NYBRunLoop::main()), where the API client also delivers its completions and
+// where the monitor's notifications arrive when the session was made there.
+// Saving takes a snapshot of the session data on the main thread and archives
+// it on one serial write queue shared by every session of the process; a
+// burst of saves during a write folds into one more write, so a burst costs
+// at most two writes. The two write
+// flags are the only state the write queue touches. Background tasks keep a
+// request or a write alive; each is ended exactly once.
 #pragma once
 
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
+#include "NymbrelCore/NYBAPIClient.h"
+#include "NymbrelCore/NYBImage.h"
+#include "NymbrelCore/NYBNotificationCenter.h"
 #include "NymbrelCore/NYBObject.h"
+#include "NymbrelCore/NYBReachability.h"
+#include "NymbrelCore/NYBReachabilitySource.h"
+#include "NymbrelCore/NYBRecord.h"
+#include "NymbrelCore/NYBSessionData.h"
+#include "NymbrelCore/NYBURL.h"
+#include "NymbrelCore/NYBUser.h"
 
 namespace nyb {
+
+// ---- Constants ---------------------------------------------------------------
+
+// The domain of the session's own errors (NYBSessionErrorCode).
+inline constexpr std::string_view kNYBSessionErrorDomain = "NYBSessionErrorDomain";
+// A record was accepted; the object is the record as the service returned it.
+inline constexpr std::string_view kNYBRecordSubmittedNotification =
+    "kNYBRecordSubmittedNotification";
+// The service refused a record (HTTP 400 to 499) and it was dropped; the
+// object is the queued record, the user information holds the error under
+// "error".
+inline constexpr std::string_view kNYBRecordSubmissionFailedNotification =
+    "kNYBRecordSubmissionFailedNotification";
+// A photo was uploaded; the object is its record with the returned media added.
+inline constexpr std::string_view kNYBRecordImageSubmittedNotification =
+    "kNYBRecordImageSubmittedNotification";
+// A photo was refused (HTTP 400 to 499) or could not be read back and was
+// dropped; the object is its record, the error is under "error".
+inline constexpr std::string_view kNYBRecordImageSubmissionFailedNotification =
+    "kNYBRecordImageSubmissionFailedNotification";
+
+enum NYBSessionErrorCode : std::int64_t {
+  // The photo queued for a record could not be loaded from its file.
+  NYBSessionErrorImageUnavailable = 0,
+};
+
+class NYBSession;
+
+// How an independent session is made.
+struct NYBSessionConfiguration {
+  // Where its internet-connection monitor reads its flags; null: the default
+  // reachability source.
+  std::shared_ptr<NYBReachabilitySource> reachabilitySource;
+};
 
 class NYBSessionClass : public NYBClass {
  public:
   using NYBClass::NYBClass;
+  // The operation an add-on module may attach to every session.
+  using EndHealthKitSessionOperation = std::function<void(NYBSession& session)>;
 
   // The "CFBundleShortVersionString" of the library's bundle information,
   // found by the library's bundle identifier; absent when the bundle or the
-  // key is missing.
+  // key is missing. Any thread.
   virtual std::optional<std::string> libraryVersion() const;
   // "NymbrelMobile - Version <libraryVersion>", "(null)" standing for an
-  // absent version.
+  // absent version. Any thread.
   virtual std::string libraryDescription() const;
+
+  // The process's session, made and started on the first call.
+  virtual std::shared_ptr<NYBSession> sharedInstance() const;
+  // A new session, independent of the shared one, started the same way.
+  virtual std::shared_ptr<NYBSession> sessionWithConfiguration(
+      NYBSessionConfiguration configuration) const;
+
+  // Attaches (or, with an empty function, detaches) endHealthKitSession to
+  // every session; endSession() calls it when present. Any thread.
+  void setEndHealthKitSessionOperation(EndHealthKitSessionOperation operation) const;
+  bool instancesRespondToEndHealthKitSession() const;
+  EndHealthKitSessionOperation endHealthKitSessionOperation() const;
+
+ private:
+  mutable std::mutex addOnMutex_;
+  mutable EndHealthKitSessionOperation endHealthKitSession_;
 };
 
 class NYBSession : public NYBObject {
   NYB_DECLARE_CLASS(NYBSessionClass)
+  struct PrivateTag {};
+
  public:
+  // ---- Class-level conveniences ---------------------------------------------
   static std::optional<std::string> libraryVersion() { return staticClass().libraryVersion(); }
   static std::string libraryDescription() { return staticClass().libraryDescription(); }
+  static std::shared_ptr<NYBSession> sharedInstance() { return staticClass().sharedInstance(); }
+  static std::shared_ptr<NYBSession> sessionWithConfiguration(
+      NYBSessionConfiguration configuration = {}) {
+    return staticClass().sessionWithConfiguration(std::move(configuration));
+  }
+
+  // Made only through the two class-level operations above.
+  explicit NYBSession(PrivateTag);
+  ~NYBSession() override;
+
+  // ---- The application's operations (main thread) ---------------------------
+
+  // Ends the current session, if any (even for the same user), then starts a
+  // new, empty one for the user: new session data, the image directory made,
+  // the archive saved. The queue is not processed.
+  void startSessionWithUser(const std::shared_ptr<NYBUser>& user);
+  // Drops the session data, deletes the archive (logging "Error deleting
+  // session: <reason>" when that fails), calls endHealthKitSession when an
+  // add-on attached it, and drops the API client. A request in flight stays in
+  // flight; photo files stay until the image directory is next emptied.
+  void endSession();
+  // Queues one record. A null record logs "NYBSEssion submitRecord: Error.
+  // Record cannot be nil" and does nothing else.
+  void submitRecord(const std::shared_ptr<NYBRecord>& record);
+  // Queues a record with a photo to upload after it. Either null logs
+  // "NYBSession submitRecord:withImage: Error. Record and image cannot be
+  // nil"; a record of type none is ignored silently.
+  void submitRecord(const std::shared_ptr<NYBRecord>& record,
+                    const std::shared_ptr<const NYBImage>& image);
+  // Queues the records, in order, leaving out null ones and those of type
+  // none; saves and processes the queue even when nothing was left.
+  void submitRecords(const std::vector<std::shared_ptr<NYBRecord>>& records);
+  // The session data's user; null without session data.
+  std::shared_ptr<NYBUser> user() const;
+  // "<NYBSession: 0x...>\n" followed by the session data's description.
+  std::string description() const override;
+
+  // ---- The engine (main thread; for add-on modules too) ---------------------
+
+  // processRecords(), then processImages().
+  void processQueue();
+  // Sends the head of the queue unless a request is in flight: routine
+  // records are upserted, records with a recordID updated, others posted.
+  // Success posts kNYBRecordSubmittedNotification and goes on; an HTTP 4xx
+  // drops the record with kNYBRecordSubmissionFailedNotification and goes on;
+  // anything else puts the record back at the tail and waits for the next
+  // trigger.
+  void processRecords();
+  // When idle, uploads the photo of the first record in the photo map that
+  // already has a recordID.
+  void processImages();
+  // The handler of kReachabilityChangedNotification: processQueue().
+  void reachabilityChanged(const NYBNotification& notification);
+
+  // ---- The archive (main thread) ---------------------------------------------
+
+  // <documents directory>/sessionData
+  NYBURL sessionDataURL() const;
+  // Replaces the session data with the archived one when an archive exists.
+  // A damaged archive logs "Caught decoding exception: <reason>", leaves the
+  // session data as it was and the file in place.
+  void loadSession();
+  // Schedules a durable write of a snapshot of the session data (an archive
+  // of no session when there is none). During a write it only asks for one
+  // more write, which snapshots the newest state when the running one ends.
+  void saveSessionData();
+
+  // ---- Fields -----------------------------------------------------------------
+
+  bool writeInProgress() const { return writeInProgress_.load(); }
+  void setWriteInProgress(bool value) { writeInProgress_.store(value); }
+  bool writeRequested() const { return writeRequested_.load(); }
+  void setWriteRequested(bool value) { writeRequested_.store(value); }
+  const std::shared_ptr<NYBRecord>& processingRecord() const { return processingRecord_; }
+  void setProcessingRecord(std::shared_ptr<NYBRecord> record) {
+    processingRecord_ = std::move(record);
+  }
+  // Made on first use for the session's user; null while there is no user.
+  std::shared_ptr<NYBAPIClient> apiClient();
+  void setApiClient(std::shared_ptr<NYBAPIClient> client) { apiClient_ = std::move(client); }
+  const std::shared_ptr<NYBReachability>& reachability() const { return reachability_; }
+  void setReachability(std::shared_ptr<NYBReachability> reachability) {
+    reachability_ = std::move(reachability);
+  }
+  const std::shared_ptr<NYBSessionData>& sessionData() const { return sessionData_; }
+  void setSessionData(std::shared_ptr<NYBSessionData> sessionData) {
+    sessionData_ = std::move(sessionData);
+  }
+
+  // ---- The add-on hook ---------------------------------------------------------
+
+  // Whether an add-on attached endHealthKitSession (see NYBSessionClass).
+  bool respondsToEndHealthKitSession() const;
+  // Calls it; nothing when it is not attached.
+  void endHealthKitSession();
+
+  // ---- For tests and hosts that must know the archive is on disk -------------
+
+  // Archive writes this session has finished, from any thread.
+  std::size_t archiveWriteCount() const { return archiveWriteCount_.load(); }
+  // Main thread: returns once no write (or deletion) of this session's
+  // archive is running, queued or asked for, driving the main run loop
+  // meanwhile (follow-up saves run there). False when that took longer than
+  // the timeout.
+  bool waitForArchiveWrites(std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
+ private:
+  friend class NYBSessionClass;
+  void start(const NYBSessionConfiguration& configuration);
+
+  std::atomic<bool> writeInProgress_{false};
+  std::atomic<bool> writeRequested_{false};
+  std::shared_ptr<NYBRecord> processingRecord_;
+  std::shared_ptr<NYBAPIClient> apiClient_;
+  std::shared_ptr<NYBReachability> reachability_;
+  std::shared_ptr<NYBSessionData> sessionData_;
+
+  NYBNotificationToken reachabilityObserver_;
+  std::atomic<std::size_t> archiveWriteCount_{0};
+  // Work handed to the write queue (writes, deletions of the archive) whose
+  // end the main queue has not yet heard of: waitForArchiveWrites() waits
+  // for it, and the follow-up save runs in that same main-queue block.
+  std::atomic<std::size_t> archiveWorkPending_{0};
 };
 
 }  // namespace nyb

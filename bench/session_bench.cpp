@@ -1,0 +1,409 @@
+// The session engine, each figure beside a baseline measured in the same run:
+//
+// - Submit/N: main-thread cost of one submitRecord() with N records queued
+//   (the save it triggers snapshots the queue); beside it the snapshot alone
+//   and the model base's shallow copy of the same session data.
+// - SaveArchive/N and LoadArchive/N: a save (snapshot, archive, durable
+//   write, waited for) and a load of a session of N records, against
+//   RawWriteFsyncRename/N and RawRead/N of the same bytes.
+// - UploadBacklog: 10,000 queued records uploaded to nymbrel-devserver one at
+//   a time, against CurlBacklog: the same bodies POSTed with bare libcurl on
+//   one keep-alive handle, with the same headers and accepted encodings. The devserver is found
+//   through NYB_DEVSERVER or next to this program (../tools/devserver/nymbrel-devserver).
+// - SubmitPhoto: submitRecord(record, image) of a 4032x3024 photo-like image
+//   (the main thread's share), against LibpngDefault: libpng's default
+//   encoder writing the same pixels once.
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <png.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+
+#include "NymbrelCore/NymbrelCore.h"
+
+extern char** environ;
+
+namespace {
+
+using namespace nyb;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+// A documents directory of the benchmark's own, removed at exit.
+const fs::path& documents() {
+  static const fs::path path = [] {
+    std::string pattern = (fs::temp_directory_path() / "nyb-session-bench-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) std::abort();
+    NYBDocuments::setDocumentsDirectory(pattern);
+    std::atexit([] { fs::remove_all(documents()); });
+    return fs::path(pattern);
+  }();
+  return path;
+}
+
+std::shared_ptr<NYBWeight> weight(long index) {
+  auto record = std::make_shared<NYBWeight>();
+  record->setActivityID("bench-" + std::to_string(index));
+  record->setTimestamp(NYBDate(1'456'841'109 + static_cast<double>(index)));
+  record->setWeight(60.0 + static_cast<double>(index % 400) / 10.0);
+  record->setComment("morning, before breakfast");
+  return record;
+}
+
+std::vector<std::shared_ptr<NYBRecord>> records(long count) {
+  std::vector<std::shared_ptr<NYBRecord>> made;
+  made.reserve(static_cast<std::size_t>(count));
+  for (long i = 0; i < count; ++i) made.push_back(weight(i));
+  return made;
+}
+
+// A started session whose user has `queued` records waiting. With `idle`
+// false a record is marked in flight, so that submissions only queue.
+std::shared_ptr<NYBSession> sessionWith(long queued, bool idle = false) {
+  documents();
+  auto reachability = std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
+  auto session = NYBSession::sessionWithConfiguration({reachability});
+  if (!idle) session->setProcessingRecord(weight(-1));
+  session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
+  session->sessionData()->addRecords(records(queued));
+  session->saveSessionData();
+  session->waitForArchiveWrites();
+  return session;
+}
+
+void finish(const std::shared_ptr<NYBSession>& session) {
+  session->waitForArchiveWrites();
+  session->endSession();
+  session->setProcessingRecord(nullptr);
+}
+
+// ---- Main-thread cost of a submission -----------------------------------------
+
+void Submit(benchmark::State& state) {
+  auto session = sessionWith(state.range(0));
+  long next = state.range(0);
+  for (auto _ : state) {
+    session->submitRecord(weight(next++));
+    state.PauseTiming();
+    session->waitForArchiveWrites();  // the next submission starts a write again
+    state.ResumeTiming();
+  }
+  finish(session);
+}
+BENCHMARK(Submit)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(10);
+
+void SnapshotOnly(benchmark::State& state) {
+  auto session = sessionWith(state.range(0));
+  for (auto _ : state) benchmark::DoNotOptimize(session->sessionData()->snapshot());
+  finish(session);
+}
+BENCHMARK(SnapshotOnly)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(10);
+
+void ShallowCopy(benchmark::State& state) {
+  auto session = sessionWith(state.range(0));
+  for (auto _ : state) benchmark::DoNotOptimize(session->sessionData()->copy());
+  finish(session);
+}
+BENCHMARK(ShallowCopy)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMicrosecond)
+    ->Iterations(10);
+
+// ---- Save and load ------------------------------------------------------------
+
+fs::path archive() { return documents() / "sessionData"; }
+
+void SaveArchive(benchmark::State& state) {
+  auto session = sessionWith(state.range(0));
+  for (auto _ : state) {
+    session->saveSessionData();
+    session->waitForArchiveWrites();
+  }
+  state.counters["bytes"] = static_cast<double>(fs::file_size(archive()));
+  finish(session);
+}
+BENCHMARK(SaveArchive)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
+
+void LoadArchive(benchmark::State& state) {
+  auto session = sessionWith(state.range(0));
+  for (auto _ : state) {
+    session->loadSession();
+    benchmark::DoNotOptimize(session->sessionData());
+  }
+  state.counters["records"] =
+      static_cast<double>(session->sessionData()->records().array()->size());
+  finish(session);
+}
+BENCHMARK(LoadArchive)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
+
+// The bytes of an archive of N records, as the session writes them.
+std::string archiveBytes(long count) {
+  auto session = sessionWith(count);
+  std::ifstream file(archive(), std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  finish(session);
+  return bytes;
+}
+
+void RawWriteFsyncRename(benchmark::State& state) {
+  const std::string bytes = archiveBytes(state.range(0));
+  const fs::path target = documents() / "raw";
+  const fs::path temporary = documents() / ".raw.tmp";
+  for (auto _ : state) {
+    const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    for (std::size_t done = 0; done < bytes.size();) {
+      const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+      if (n <= 0) std::abort();
+      done += static_cast<std::size_t>(n);
+    }
+    ::fsync(fd);
+    ::close(fd);
+    ::rename(temporary.c_str(), target.c_str());
+    const int dir = ::open(documents().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ::fsync(dir);
+    ::close(dir);
+  }
+  state.counters["bytes"] = static_cast<double>(bytes.size());
+}
+BENCHMARK(RawWriteFsyncRename)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
+
+void RawRead(benchmark::State& state) {
+  const std::string bytes = archiveBytes(state.range(0));
+  const fs::path target = documents() / "raw";
+  std::ofstream(target, std::ios::binary | std::ios::trunc) << bytes;
+  for (auto _ : state) {
+    std::ifstream file(target, std::ios::binary | std::ios::ate);
+    std::string read(static_cast<std::size_t>(file.tellg()), '\0');
+    file.seekg(0);
+    file.read(read.data(), static_cast<std::streamsize>(read.size()));
+    benchmark::DoNotOptimize(read);
+  }
+}
+BENCHMARK(RawRead)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
+
+// ---- Uploads to the devserver ---------------------------------------------------
+
+constexpr long kBacklog = 10'000;
+
+std::string devserverPath() {
+  if (const char* given = std::getenv("NYB_DEVSERVER")) return given;
+  char self[PATH_MAX] = {};
+  const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return "";
+  return (fs::path(std::string(self, static_cast<std::size_t>(n))).parent_path().parent_path() /
+          "tools/devserver/nymbrel-devserver")
+      .string();
+}
+
+// nymbrel-devserver on loopback for the whole run; its base URL, or "" when
+// it cannot be started. The library reads the base URL once, so it is set
+// before any request is made.
+const std::string& devserverBaseURL() {
+  static const std::string base = []() -> std::string {
+    std::string path = devserverPath();
+    if (path.empty() || !fs::exists(path)) return "";
+    std::vector<std::string> arguments = {path, "--port", "0", "--user", "acme:u1:tok1"};
+    std::vector<char*> argv;
+    for (auto& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    int out[2];
+    if (::pipe(out) != 0) return "";
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    static pid_t pid = -1;
+    const int rc = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    if (rc != 0) return "";
+    std::atexit([] {
+      ::kill(pid, SIGTERM);
+      ::waitpid(pid, nullptr, 0);
+    });
+    std::string line;
+    char c = 0;
+    pollfd ready{out[0], POLLIN, 0};
+    while (::poll(&ready, 1, 30'000) > 0 && ::read(out[0], &c, 1) == 1 && c != '\n') line += c;
+    ::close(out[0]);
+    ::setenv("NYMBREL_BASE_URL", line.c_str(), 1);
+    return line;
+  }();
+  return base;
+}
+
+void UploadBacklog(benchmark::State& state) {
+  if (devserverBaseURL().empty()) {
+    state.SkipWithError("nymbrel-devserver not found (set NYB_DEVSERVER)");
+    return;
+  }
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto session = sessionWith(kBacklog, /*idle=*/true);
+    state.ResumeTiming();
+    session->processQueue();
+    NYBRunLoop::main().runUntil([&] { return !session->sessionData()->hasRecords(); }, 600s);
+    session->waitForArchiveWrites();
+    state.PauseTiming();
+    if (session->sessionData()->hasRecords()) state.SkipWithError("the backlog did not drain");
+    session->endSession();
+    state.ResumeTiming();
+  }
+  state.counters["records/s"] = benchmark::Counter(static_cast<double>(kBacklog),
+                                                   benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(UploadBacklog)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
+std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
+void CurlBacklog(benchmark::State& state) {
+  if (devserverBaseURL().empty()) {
+    state.SkipWithError("nymbrel-devserver not found (set NYB_DEVSERVER)");
+    return;
+  }
+  std::vector<std::string> bodies;
+  for (long i = 0; i < kBacklog; ++i) {
+    bodies.push_back(*NYBJSONSerialization::dataWithJSONObject(
+        NYBDictionary{{"weight", weight(i)->JSONObject()}, {"authentication_token", "tok1"}}));
+  }
+  const std::string url = devserverBaseURL() + "/organizations/acme/users/u1/weight.json";
+  for (auto _ : state) {
+    CURL* curl = curl_easy_init();
+    curl_slist* headers = nullptr;
+    for (const char* header : {"Accept: application/json", "Content-Type: application/json",
+                               "Nymbrel-Version: 2015-10-01", "X-Nymbrel-Mobile-Token: tok1"}) {
+      headers = curl_slist_append(headers, header);
+    }
+    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, discard);
+    // The library's URL session asks for compressed answers too.
+    curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
+    for (const std::string& body : bodies) {
+      curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
+      curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+      if (curl_easy_perform(curl) != CURLE_OK) state.SkipWithError("a POST failed");
+    }
+    curl_slist_free_all(headers);
+    curl_easy_cleanup(curl);
+  }
+  state.counters["records/s"] = benchmark::Counter(static_cast<double>(kBacklog),
+                                                   benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(CurlBacklog)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
+// ---- Photos -----------------------------------------------------------------------
+
+constexpr std::size_t kPhotoWidth = 4032, kPhotoHeight = 3024;
+
+// Smooth gradients with sensor-like noise: compresses as a photo does, not
+// as flat colour or random bytes would.
+const std::shared_ptr<const NYBImage>& photo() {
+  static const std::shared_ptr<const NYBImage> image = [] {
+    std::vector<std::uint8_t> pixels(kPhotoWidth * kPhotoHeight * 4);
+    std::mt19937 random(7);
+    for (std::size_t y = 0; y < kPhotoHeight; ++y) {
+      for (std::size_t x = 0; x < kPhotoWidth; ++x) {
+        const std::size_t i = (y * kPhotoWidth + x) * 4;
+        const int noise = static_cast<int>(random() % 7);
+        pixels[i] = static_cast<std::uint8_t>(x * 255 / kPhotoWidth + noise);
+        pixels[i + 1] = static_cast<std::uint8_t>(y * 255 / kPhotoHeight + noise);
+        pixels[i + 2] = static_cast<std::uint8_t>((x + y) / 32 + noise);
+        pixels[i + 3] = 255;
+      }
+    }
+    return std::make_shared<const NYBImage>(kPhotoWidth, kPhotoHeight, std::move(pixels));
+  }();
+  return image;
+}
+
+void SubmitPhoto(benchmark::State& state) {
+  photo();
+  auto session = sessionWith(0);
+  long next = 0;
+  for (auto _ : state) {
+    session->submitRecord(weight(next++), photo());
+    state.PauseTiming();
+    session->waitForArchiveWrites();
+    state.ResumeTiming();
+  }
+  finish(session);
+}
+BENCHMARK(SubmitPhoto)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void LibpngDefault(benchmark::State& state) {
+  const NYBImage& image = *photo();
+  std::vector<png_bytep> rows(kPhotoHeight);
+  for (std::size_t y = 0; y < kPhotoHeight; ++y) {
+    rows[y] = const_cast<png_bytep>(image.pixels().data() + y * kPhotoWidth * 4);
+  }
+  std::size_t size = 0;
+  for (auto _ : state) {
+    std::vector<std::uint8_t> out;
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    png_set_write_fn(
+        png, &out,
+        [](png_structp p, png_bytep data, png_size_t length) {
+          auto* sink = static_cast<std::vector<std::uint8_t>*>(png_get_io_ptr(p));
+          sink->insert(sink->end(), data, data + length);
+        },
+        nullptr);
+    png_set_IHDR(png, info, kPhotoWidth, kPhotoHeight, 8, PNG_COLOR_TYPE_RGBA, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_set_rows(png, info, rows.data());
+    png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    png_destroy_write_struct(&png, &info);
+    size = out.size();
+  }
+  state.counters["bytes"] = static_cast<double>(size);
+}
+BENCHMARK(LibpngDefault)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,39 @@
+// Pieces the session's sources share: the archive write queue, background
+// tasks ended exactly once, and how an error is classified.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "NymbrelCore/NYBApplication.h"
+#include "NymbrelCore/NYBDispatchQueue.h"
+#include "NymbrelCore/NYBError.h"
+#include "NymbrelCore/NYBRecord.h"
+
+namespace nyb::session {
+
+// The one serial queue of the process on which archives are written,
+// "com.nymbrel.sessionWrite"; made on first use and never destroyed.
+NYBDispatchQueue& archiveWriteQueue();
+
+// What the queue keeps of a record handed to the session.
+std::shared_ptr<NYBRecord> queuedCopy(const std::shared_ptr<NYBRecord>& record);
+
+// Whether the error is the service's refusal: an HTTP status from 400 to 499.
+bool isServiceRefusal(const std::shared_ptr<NYBError>& error);
+
+// One background task. Its expiration handler and the work that finishes
+// share it: whichever comes first ends the task, the other finds it ended.
+// Any thread.
+class BackgroundTask {
+ public:
+  static std::shared_ptr<BackgroundTask> begin();
+  void end();
+
+ private:
+  std::mutex mutex_;
+  NYBBackgroundTaskIdentifier identifier_ = NYBBackgroundTaskInvalid;
+  bool ended_ = false;
+};
+
+}  // namespace nyb::session

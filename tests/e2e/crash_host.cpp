@@ -1,0 +1,101 @@
+// A host application for the crash test, run as a process of its own.
+//
+//   nyb_crash_host submit <documents> <tag> <seed>
+//     Starts a session in <documents> (continuing the archived one, if any),
+//     then submits records <tag>-0, <tag>-1, ... in bursts, some with a photo,
+//     and after each burst waits until the archive writes have finished and
+//     prints "saved <n>": every record up to <tag>-<n> is then on disk. Runs
+//     until it is killed. Uploads go to NYMBREL_BASE_URL, which the test
+//     points at a closed port, so every record stays queued.
+//
+//   nyb_crash_host load <documents>
+//     Starts a session in <documents> and prints what it loaded: "id <activity
+//     ID>" for each queued record, "photo-missing <name>" for each photo whose
+//     file is gone, "log <line>" for each platform log line but the first (the
+//     library description), then "loaded <count>".
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "NymbrelCore/NymbrelCore.h"
+
+namespace {
+
+using namespace nyb;
+
+void line(const std::string& text) {
+  std::fputs((text + "\n").c_str(), stdout);
+  std::fflush(stdout);
+}
+
+std::shared_ptr<NYBSession> startSession() {
+  auto reachability = std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
+  return NYBSession::sessionWithConfiguration({reachability});
+}
+
+int submit(const std::string& tag, unsigned seed) {
+  // Every upload fails; the log of each would only drown the test's output.
+  NYBSetPlatformLogSink([](std::string_view) {});
+  auto session = startSession();
+  if (!session->sessionData()) {
+    session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
+  }
+  line("ready");
+  std::mt19937 random(seed);
+  for (long next = 0;;) {
+    const long burst = 1 + static_cast<long>(random() % 8);
+    for (long i = 0; i < burst; ++i, ++next) {
+      auto record = std::make_shared<NYBWeight>();
+      record->setActivityID(tag + "-" + std::to_string(next));
+      record->setTimestamp(NYBDate(1'456'841'109 + static_cast<double>(next)));
+      record->setWeight(60.0 + static_cast<double>(next % 400) / 10.0);
+      if (next % 10 == 3) {
+        std::vector<std::uint8_t> pixels(16 * 16 * 4, static_cast<std::uint8_t>(next));
+        session->submitRecord(record, std::make_shared<NYBImage>(16, 16, std::move(pixels)));
+      } else {
+        session->submitRecord(record);
+      }
+    }
+    if (!session->waitForArchiveWrites(std::chrono::seconds(60))) {
+      line("stuck");
+      return 1;
+    }
+    line("saved " + std::to_string(next - 1));
+  }
+}
+
+int load() {
+  std::vector<std::string> logged;
+  NYBSetPlatformLogSink([&logged](std::string_view text) { logged.emplace_back(text); });
+  auto session = startSession();
+  NYBSetPlatformLogSink(nullptr);
+  std::size_t count = 0;
+  if (auto data = session->sessionData()) {
+    for (const NYBDynamicValue& each : *data->records().array()) {
+      line("id " + each.objectAs<NYBRecord>()->activityID().description());
+      ++count;
+    }
+    for (const auto& [record, name] : *data->imageFilenames().dictionary()) {
+      auto path = data->pathForImageName(name.string());
+      if (!path || !std::filesystem::exists(*path)) line("photo-missing " + name.description());
+    }
+  }
+  for (std::size_t i = 1; i < logged.size(); ++i) line("log " + logged[i]);
+  line("loaded " + std::to_string(count));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc >= 3) NYBDocuments::setDocumentsDirectory(argv[2]);
+  const std::string mode = argc >= 2 ? argv[1] : "";
+  if (mode == "submit" && argc == 5) {
+    return submit(argv[3], static_cast<unsigned>(std::strtoul(argv[4], nullptr, 10)));
+  }
+  if (mode == "load" && argc == 3) return load();
+  std::fputs("usage: nyb_crash_host submit <documents> <tag> <seed> | load <documents>\n", stderr);
+  return 2;
+}

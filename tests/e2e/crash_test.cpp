@@ -1,0 +1,112 @@
+// Crash safety of the archive: a host process submits records continuously
+// and is killed with SIGKILL at random moments; after each kill a new process
+// loads the archive. It must always load, and it must hold every record whose
+// save the host had seen finish. NYB_CRASH_ITERATIONS sets the number of
+// kills (50 by default).
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "ChildProcess.h"
+#include "support/TempDir.h"
+
+namespace nyb::test {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// A loopback port with nothing listening: every upload is refused at once,
+// so every record stays queued.
+int closedPort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t length = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+int iterations() {
+  const char* wanted = std::getenv("NYB_CRASH_ITERATIONS");
+  const int count = wanted != nullptr ? std::atoi(wanted) : 0;
+  return count > 0 ? count : 50;
+}
+
+std::size_t temporaryFilesIn(const fs::path& directory) {
+  std::size_t count = 0;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    if (entry.path().filename().string().rfind(".sessionData.", 0) == 0) ++count;
+  }
+  return count;
+}
+
+TEST(CrashSafety, EveryFinishedSaveSurvivesAKillAtAnyMoment) {
+  TempDir documents;
+  ::setenv("NYMBREL_BASE_URL", ("http://127.0.0.1:" + std::to_string(closedPort()) + "/v1").c_str(),
+           1);
+  std::mt19937 random(20161122);
+  std::set<std::string> confirmed;
+  std::size_t killsMidWrite = 0;
+  std::size_t loaded = 0;
+  const int kills = iterations();
+
+  for (int run = 0; run < kills; ++run) {
+    SCOPED_TRACE("run " + std::to_string(run));
+    const std::string tag = "r" + std::to_string(run);
+    ChildProcess host(
+        {NYB_CRASH_HOST_PATH, "submit", documents.path().string(), tag, std::to_string(random())});
+    ASSERT_EQ(host.readLine(30s), "ready");
+    // The kill falls anywhere: before the first save, in the middle of a
+    // write, between bursts.
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 250'000));
+    host.kill(SIGKILL);
+    host.wait();
+    long lastSaved = -1;
+    for (const std::string& line : host.drainLines()) {
+      if (line.rfind("saved ", 0) == 0) lastSaved = std::stol(line.substr(6));
+      EXPECT_NE(line, "stuck");
+    }
+    for (long i = 0; i <= lastSaved; ++i) confirmed.insert(tag + "-" + std::to_string(i));
+    killsMidWrite += temporaryFilesIn(documents.path());
+
+    ChildProcess loader({NYB_CRASH_HOST_PATH, "load", documents.path().string()});
+    std::set<std::string> ids;
+    std::optional<std::string> line;
+    while ((line = loader.readLine(60s)) && line->rfind("loaded ", 0) != 0) {
+      if (line->rfind("id ", 0) == 0) ids.insert(line->substr(3));
+      EXPECT_NE(line->rfind("log Caught", 0), 0U) << *line;
+      EXPECT_NE(line->rfind("photo-missing", 0), 0U) << *line;
+    }
+    ASSERT_TRUE(line.has_value()) << "the loader did not finish";
+    EXPECT_EQ(loader.wait(), 0);
+    std::size_t lost = 0;
+    for (const std::string& id : confirmed) {
+      if (ids.count(id) == 0) ++lost;
+    }
+    ASSERT_EQ(lost, 0U) << "records whose save had finished are missing";
+    EXPECT_EQ(temporaryFilesIn(documents.path()), 0U);
+    loaded = ids.size();
+  }
+  std::cout << "[ crash    ] " << kills << " kills, " << killsMidWrite
+            << " in the middle of a write; " << confirmed.size()
+            << " records confirmed saved, all present; " << loaded << " in the last archive\n";
+  RecordProperty("kills", kills);
+  RecordProperty("killsMidWrite", static_cast<int>(killsMidWrite));
+  RecordProperty("confirmed", static_cast<int>(confirmed.size()));
+}
+
+}  // namespace
+}  // namespace nyb::test

@@ -1,0 +1,79 @@
+// A host application for the network test, started by the test inside a
+// network namespace of its own (ip netns exec), with NYMBREL_BASE_URL naming
+// a devserver in another namespace that only the default route reaches.
+//
+//   nyb_network_host <documents>
+//
+// It starts a session on the kernel's routing table and prints, one line
+// each: "ready <status>"; "reachability <status>" on every change notice;
+// after the first notice that the network is gone it submits one record, and
+// prints "waiting" once that upload failed and the record waits in the
+// queue; "submitted <recordID>" when the service accepted it, then exits 0.
+// Exits 1 when nothing of that happened within two minutes.
+#include <cstdio>
+#include <string>
+
+#include "NymbrelCore/NymbrelCore.h"
+
+namespace {
+
+using namespace nyb;
+
+void line(const std::string& text) {
+  std::fputs((text + "\n").c_str(), stdout);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fputs("usage: nyb_network_host <documents>\n", stderr);
+    return 2;
+  }
+  NYBDocuments::setDocumentsDirectory(argv[1]);
+  std::shared_ptr<NYBSession> session;
+  bool submitted = false;
+  std::string acceptedID;
+  auto& center = NYBNotificationCenter::defaultCenter();
+  center.addObserverForName(
+      std::string(kReachabilityChangedNotification), NYBDynamicValue(),
+      [&](const NYBNotification& notification) {
+        const auto status =
+            notification.object().objectAs<NYBReachability>()->currentReachabilityStatus();
+        line("reachability " + std::to_string(status));
+        if (status == NYBNotReachable && !submitted && session) {
+          submitted = true;
+          auto record = std::make_shared<NYBWeight>();
+          record->setActivityID("offline-1");
+          record->setTimestamp(NYBDate(1'456'841'109));
+          record->setWeight(71.25);
+          session->submitRecord(record);
+        }
+      });
+  center.addObserverForName(
+      std::string(kNYBRecordSubmittedNotification), NYBDynamicValue(),
+      [&](const NYBNotification& notification) {
+        acceptedID = notification.object().objectAs<NYBRecord>()->recordID().description();
+      });
+
+  session = NYBSession::sessionWithConfiguration();
+  session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
+  line("ready " + std::to_string(session->reachability()->currentReachabilityStatus()));
+
+  bool saidWaiting = false;
+  const bool done = NYBRunLoop::main().runUntil(
+      [&] {
+        if (submitted && !saidWaiting && !session->processingRecord() &&
+            session->sessionData()->hasRecords()) {
+          saidWaiting = true;
+          line("waiting");
+        }
+        return !acceptedID.empty() && !session->processingRecord();
+      },
+      std::chrono::minutes(2));
+  if (!done) return 1;
+  session->waitForArchiveWrites();
+  line("submitted " + acceptedID);
+  return 0;
+}

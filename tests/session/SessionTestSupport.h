@@ -1,0 +1,222 @@
+// What the session tests share: one loopback server for the whole program
+// (the base URL is read once per process), a fixture with a fresh documents
+// directory, a fake reachability source and a counting background-task
+// delegate, and a log of the session's four notifications.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "NymbrelCore/NYBApplication.h"
+#include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBDocuments.h"
+#include "NymbrelCore/NYBFakeReachabilitySource.h"
+#include "NymbrelCore/NYBNotificationCenter.h"
+#include "NymbrelCore/NYBRoutine.h"
+#include "NymbrelCore/NYBRunLoop.h"
+#include "NymbrelCore/NYBSession.h"
+#include "NymbrelCore/NYBWeight.h"
+#include "session/SessionInternal.h"
+#include "support/LoopbackServer.h"
+#include "support/TempDir.h"
+
+namespace nyb::test {
+
+using namespace std::chrono_literals;
+
+inline LoopbackServer& server() {
+  static LoopbackServer* const instance = [] {
+    auto* s = new LoopbackServer;
+    ::setenv("NYMBREL_BASE_URL", (s->baseURL() + "/v1").c_str(), 1);
+    return s;
+  }();
+  return *instance;
+}
+
+// Every path of the test user starts with this.
+inline const std::string kUserPath = "/v1/organizations/acme/users/u1/";
+
+inline std::shared_ptr<NYBUser> testUser() {
+  return std::make_shared<NYBUser>("u1", "acme", "tok-1");
+}
+
+inline std::shared_ptr<NYBWeight> weight(const char* activityID, double kilograms = 70.5) {
+  auto record = std::make_shared<NYBWeight>();
+  record->setActivityID(activityID);
+  record->setTimestamp(NYBDate(1'456'841'109));
+  record->setWeight(kilograms);
+  return record;
+}
+
+inline std::shared_ptr<NYBImage> photo(std::uint8_t shade) {
+  std::vector<std::uint8_t> pixels;
+  for (int pixel = 0; pixel < 12; ++pixel) pixels.insert(pixels.end(), {shade, 7, 99, 255});
+  return std::make_shared<NYBImage>(4, 3, std::move(pixels));
+}
+
+// {"weight": {"_id": id, "activity_id": activity}}
+inline ScriptedResponse acceptedWeight(const std::string& id, const std::string& activity) {
+  return ScriptedResponse::json(
+      201, R"({"weight":{"_id":")" + id + R"(","activity_id":")" + activity + R"("}})");
+}
+
+inline ScriptedResponse refused(int status) {
+  return ScriptedResponse::json(
+      status, R"({"errors":[{"code":)" + std::to_string(status) + R"(,"message":"refused"}]})");
+}
+
+struct Posted {
+  std::string name;
+  NYBDynamicValue object;
+  NYBDictionary userInfo;
+
+  std::shared_ptr<NYBRecord> record() const { return object.objectAs<NYBRecord>(); }
+  std::shared_ptr<NYBError> error() const { return userInfo["error"].objectAs<NYBError>(); }
+};
+
+// Records the four notifications of the session while it lives.
+class NotificationLog {
+ public:
+  NotificationLog() {
+    for (std::string_view name :
+         {kNYBRecordSubmittedNotification, kNYBRecordSubmissionFailedNotification,
+          kNYBRecordImageSubmittedNotification, kNYBRecordImageSubmissionFailedNotification}) {
+      tokens_.push_back(NYBNotificationCenter::defaultCenter().addObserverForName(
+          std::string(name), NYBDynamicValue(), [this](const NYBNotification& notification) {
+            posted.push_back({notification.name(), notification.object(), notification.userInfo()});
+            if (onPost) onPost(posted.back());
+          }));
+    }
+  }
+  ~NotificationLog() {
+    for (const auto& token : tokens_) NYBNotificationCenter::defaultCenter().removeObserver(token);
+  }
+
+  std::vector<Posted> named(std::string_view name) const {
+    std::vector<Posted> found;
+    std::copy_if(posted.begin(), posted.end(), std::back_inserter(found),
+                 [&](const Posted& each) { return each.name == name; });
+    return found;
+  }
+
+  std::vector<Posted> posted;
+  // Called on each, as it is posted.
+  std::function<void(const Posted&)> onPost;
+
+ private:
+  std::vector<NYBNotificationToken> tokens_;
+};
+
+// Holds the archive write queue until released, so that a write is surely
+// in progress while the test saves again.
+class WriteQueueGate {
+ public:
+  WriteQueueGate() {
+    session::archiveWriteQueue().async([this] {
+      std::unique_lock lock(mutex_);
+      opened_.wait(lock, [this] { return open_; });
+    });
+  }
+  ~WriteQueueGate() { release(); }
+  void release() {
+    std::lock_guard lock(mutex_);
+    open_ = true;
+    opened_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable opened_;
+  bool open_ = false;
+};
+
+// A fresh documents directory, a fake reachability source and a counting
+// background-task delegate for each test; the sessions it makes are settled
+// and released at its end.
+class SessionFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    NYBDocuments::setDocumentsDirectory(documents.path().string());
+    NYBApplication::sharedApplication().setBackgroundTaskDelegate(tasks);
+  }
+
+  void TearDown() override {
+    if (session) {
+      settle();
+      session.reset();
+    }
+    // Every task begun by a request or a write was ended exactly once.
+    EXPECT_EQ(tasks->openTaskCount(), 0U);
+    EXPECT_EQ(tasks->strayEndCount(), 0U);
+    NYBApplication::sharedApplication().setBackgroundTaskDelegate(nullptr);
+    NYBDocuments::setDocumentsDirectory("");
+  }
+
+  std::shared_ptr<NYBSession> makeSession() {
+    session = NYBSession::sessionWithConfiguration({reachability});
+    return session;
+  }
+
+  static bool runUntil(const std::function<bool()>& predicate,
+                       NYBRunLoop::Clock::duration timeout = 10s) {
+    return NYBRunLoop::main().runUntil(predicate, timeout);
+  }
+
+  // Drives the main run loop until no request is in flight and no write is
+  // running or asked for.
+  void settle() {
+    EXPECT_TRUE(runUntil([&] { return !session->processingRecord(); }));
+    EXPECT_TRUE(session->waitForArchiveWrites());
+  }
+
+  // The queue's activity IDs, head first.
+  static std::vector<std::string> queueOf(const std::shared_ptr<NYBSessionData>& data) {
+    std::vector<std::string> ids;
+    if (!data) return ids;
+    for (const NYBDynamicValue& each : *data->records().array()) {
+      ids.push_back(each.objectAs<NYBRecord>()->activityID().description());
+    }
+    return ids;
+  }
+
+  TempDir documents;
+  std::shared_ptr<NYBCountingBackgroundTaskDelegate> tasks =
+      std::make_shared<NYBCountingBackgroundTaskDelegate>();
+  std::shared_ptr<NYBFakeReachabilitySource> reachability =
+      std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
+  std::shared_ptr<NYBSession> session;
+  NotificationLog notes;
+};
+
+// The same, against the program's loopback server.
+class SessionTest : public SessionFixture {
+ protected:
+  void SetUp() override {
+    server().reset();
+    server().setDefaultResponse(ScriptedResponse::json(200, "{}"));
+    SessionFixture::SetUp();
+  }
+
+  // The paths of the requests the server received, without the user prefix.
+  static std::vector<std::string> requestLines() {
+    std::vector<std::string> lines;
+    for (const auto& request : server().requests()) {
+      std::string target = request.target;
+      if (target.rfind(kUserPath, 0) == 0) target = target.substr(kUserPath.size());
+      lines.push_back(request.method + " " + target);
+    }
+    return lines;
+  }
+};
+
+}  // namespace nyb::test

@@ -1,0 +1,314 @@
+// The upload engine against a real HTTP server on 127.0.0.1: which call each
+// record gets, one request at a time, what each kind of answer does to the
+// queue, photos after their records, ending and restarting a session,
+// start-up from an earlier archive, and the media URL with the user's token.
+#include <filesystem>
+
+#include "NymbrelCore/NYBMedia.h"
+#include "session/SessionTestSupport.h"
+#include "support/LogCapture.h"
+
+namespace nyb::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The PNG part of a multipart upload body, decoded.
+std::shared_ptr<NYBImage> uploadedImage(const std::string& body) {
+  const std::string header = "application/octet-stream\r\n\r\n";
+  const std::size_t from = body.find(header) + header.size();
+  return NYBImage::imageWithData(NYBData(body.substr(from, body.rfind("\r\n--") - from)));
+}
+
+std::size_t filesIn(const fs::path& directory) {
+  return static_cast<std::size_t>(
+      std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+}
+
+using SessionEngine = SessionTest;
+
+TEST_F(SessionEngine, SendsOneRecordAtATimeWithTheCallItsKindNeeds) {
+  makeSession()->startSessionWithUser(testUser());
+  auto upserted = std::make_shared<NYBRoutine>();
+  upserted->setActivityID("walk.1/x");
+  upserted->setRecordID("r-0");  // a routine record is upserted all the same
+  auto updated = weight("w-upd");
+  updated->setRecordID("w-7");
+  server().enqueue(ScriptedResponse::json(200, R"({"routine":{"_id":"r-0"}})"));
+  server().enqueue(acceptedWeight("w-7", "w-upd"));
+  // A record beside an "errors" array still counts as accepted.
+  server().enqueue(ScriptedResponse::json(
+      201, R"({"weight":{"_id":"w-8"},"errors":[{"code":1,"activity_id":"w-new"}]})"));
+  server().enqueue(acceptedWeight("w-9", "late"));
+
+  session->submitRecords({upserted, updated, weight("w-new")});
+  // The next request can only start on the main thread, which has not run.
+  ASSERT_TRUE(server().waitForRequests(1, 5s));
+  EXPECT_TRUE(session->processingRecord()->isEqual(*upserted));
+  session->submitRecord(weight("late"));  // only queued while one is in flight
+  EXPECT_EQ(queueOf(session->sessionData()),
+            (std::vector<std::string>{"walk.1/x", "w-upd", "w-new", "late"}));
+  // The host running out of time ends the request's task; the answer must
+  // not end it again (the fixture counts stray ends).
+  EXPECT_GE(tasks->expireOpenTasks(), 1U);
+
+  ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 4; }));
+  settle();
+  EXPECT_EQ(requestLines(),
+            (std::vector<std::string>{"PUT routine/activity_id/walk%2E1/x", "PUT weight/w-7.json",
+                                      "POST weight.json", "POST weight.json"}));
+  // Each notification carries the service's copy, not the queued record.
+  std::vector<std::string> ids;
+  for (const Posted& each : notes.posted) {
+    EXPECT_EQ(each.name, kNYBRecordSubmittedNotification);
+    ids.push_back(each.record()->recordID().description());
+  }
+  EXPECT_EQ(ids, (std::vector<std::string>{"r-0", "w-7", "w-8", "w-9"}));
+  EXPECT_EQ(notes.posted[0].record()->className(), "NYBRoutine");
+  EXPECT_TRUE(queueOf(session->sessionData()).empty());
+}
+
+TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtTheTail) {
+  makeSession()->startSessionWithUser(testUser());
+  server().enqueue(refused(400));
+  server().enqueue(refused(499));
+  server().enqueue(refused(500));
+  server().enqueue(ScriptedResponse::closeMidAnswer(200, R"({"weight":)", 64));
+  server().enqueue(ScriptedResponse::json(200, ""));  // neither result nor error
+  server().setDefaultResponse(acceptedWeight("ok", "any"));
+
+  auto first = weight("bad-400");
+  session->submitRecord(first, photo(1));
+  const fs::path photoFile = session->sessionData()->imageFilepathForRecord(first).value();
+  session->submitRecords({weight("bad-499"), weight("e500"), weight("cut"), weight("empty")});
+
+  // 400 and 499 drop their records with a notification and go on; the 500
+  // puts its record at the tail and the queue rests.
+  ASSERT_TRUE(runUntil([&] { return server().requests().size() == 3; }));
+  settle();
+  ASSERT_EQ(notes.posted.size(), 2U);
+  for (const Posted& each : notes.posted) {
+    EXPECT_EQ(each.name, kNYBRecordSubmissionFailedNotification);
+    EXPECT_EQ(each.error()->domain(), kNYBHTTPErrorDomain);
+  }
+  EXPECT_TRUE(notes.posted[0].record()->isEqual(*first));
+  EXPECT_EQ(notes.posted[0].error()->code(), 400);
+  EXPECT_EQ(notes.posted[1].error()->code(), 499);
+  EXPECT_FALSE(fs::exists(photoFile));
+  EXPECT_FALSE(session->sessionData()->hasImages());
+  EXPECT_EQ(queueOf(session->sessionData()), (std::vector<std::string>{"cut", "empty", "e500"}));
+  EXPECT_EQ(server().requests().size(), 3U);
+
+  // Each trigger sends the head once: a connection lost mid-answer and an
+  // empty answer also go back to the tail without a word.
+  for (std::size_t sent : {4U, 5U}) {
+    reachability->setFlags(kNYBReachabilityFlagsReachable);
+    ASSERT_TRUE(runUntil([&] { return server().requests().size() == sent; }));
+    settle();
+  }
+  EXPECT_EQ(queueOf(session->sessionData()), (std::vector<std::string>{"e500", "cut", "empty"}));
+  EXPECT_EQ(notes.posted.size(), 2U);
+
+  // Now the service accepts: the queue drains in its order.
+  session->submitRecord(weight("last"));
+  ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 6; }));
+  std::vector<std::string> sent;
+  for (const auto& request : server().requests()) {
+    const std::size_t at = request.body.find("\"activity_id\":\"") + 15;
+    sent.push_back(request.body.substr(at, request.body.find('"', at) - at));
+  }
+  EXPECT_EQ(sent, (std::vector<std::string>{"bad-400", "bad-499", "e500", "cut", "empty", "e500",
+                                            "cut", "empty", "last"}));
+}
+
+TEST_F(SessionEngine, PhotosGoUpAfterEveryRecordWithTheIdentifierTheServiceGave) {
+  makeSession()->startSessionWithUser(testUser());
+  server().enqueue(acceptedWeight("id-1", "p1"));
+  server().enqueue(acceptedWeight("id-2", "plain"));
+  server().enqueue(acceptedWeight("id-3", "p3"));
+  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m3","url":"http://m/3.png"}})"));
+
+  session->submitRecord(weight("p1"), photo(10));
+  session->submitRecord(weight("plain"));
+  session->submitRecord(weight("p3", 80.0), photo(30));
+  const fs::path images = documents.path() / "images";
+  EXPECT_EQ(filesIn(images), 2U);
+  // After the first photo the other one is still waiting in the directory.
+  ASSERT_TRUE(runUntil([&] { return !notes.named(kNYBRecordImageSubmittedNotification).empty(); }));
+  EXPECT_EQ(filesIn(images), 1U);
+  ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 5; }));
+  settle();
+
+  EXPECT_EQ(requestLines(),
+            (std::vector<std::string>{"POST weight.json", "POST weight.json", "POST weight.json",
+                                      "POST weight/id-1/media?authentication_token=tok-1",
+                                      "POST weight/id-3/media?authentication_token=tok-1"}));
+  for (std::size_t i : {3U, 4U}) {
+    auto uploaded = uploadedImage(server().requests()[i].body);
+    ASSERT_NE(uploaded, nullptr);
+    EXPECT_EQ(*uploaded, *photo(i == 3 ? 10 : 30));
+  }
+  const auto done = notes.named(kNYBRecordImageSubmittedNotification);
+  ASSERT_EQ(done.size(), 2U);
+  EXPECT_EQ(done[0].record()->recordID().description(), "id-1");
+  ASSERT_EQ(done[0].record()->media().array()->size(), 1U);
+  EXPECT_EQ((*done[0].record()->media().array())[0].objectAs<NYBMedia>()->mediaID(),
+            NYBDynamicValue("m1"));
+  EXPECT_EQ(done[1].record()->recordID().description(), "id-3");
+  // After the last photo the directory is emptied, and nothing is re-queued.
+  EXPECT_EQ(filesIn(images), 0U);
+  EXPECT_FALSE(session->sessionData()->hasImages());
+  EXPECT_TRUE(queueOf(session->sessionData()).empty());
+}
+
+TEST_F(SessionEngine, APhotoThatIsRefusedOrUnreadableIsDroppedOneThatFailsOtherwiseWaits) {
+  makeSession()->startSessionWithUser(testUser());
+  server().enqueue(acceptedWeight("id-gone", "gone"));
+  server().enqueue(acceptedWeight("id-no", "refused"));
+  server().enqueue(acceptedWeight("id-later", "later"));
+  server().enqueue(refused(422));                       // the photo of "refused"
+  server().enqueue(ScriptedResponse::json(503, "{}"));  // the photo of "later", kept
+  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m","url":"http://m/m.png"}})"));
+
+  auto gone = weight("gone");
+  session->submitRecord(gone, photo(1));
+  fs::remove(session->sessionData()->imageFilepathForRecord(gone).value());
+  session->submitRecord(weight("refused"), photo(2));
+  session->submitRecord(weight("later"), photo(3));
+
+  ASSERT_TRUE(runUntil([&] { return server().requests().size() == 5; }));
+  settle();
+  const auto failed = notes.named(kNYBRecordImageSubmissionFailedNotification);
+  ASSERT_EQ(failed.size(), 2U);
+  // The unreadable photo is the session's own error 0.
+  EXPECT_EQ(failed[0].record()->recordID().description(), "id-gone");
+  EXPECT_EQ(failed[0].error()->domain(), kNYBSessionErrorDomain);
+  EXPECT_EQ(failed[0].error()->code(), 0);
+  EXPECT_EQ(failed[0].error()->localizedDescription(),
+            "NYBSession unable to load image for activityID: gone");
+  EXPECT_EQ(failed[1].record()->recordID().description(), "id-no");
+  EXPECT_EQ(failed[1].error()->code(), 422);
+  // The 503 kept its photo and stopped the queue until the next trigger.
+  EXPECT_TRUE(session->sessionData()->hasImages());
+  EXPECT_EQ(server().requests().size(), 5U);
+  reachability->setFlags(kNYBReachabilityFlagsReachable);
+  ASSERT_TRUE(runUntil([&] { return !notes.named(kNYBRecordImageSubmittedNotification).empty(); }));
+  EXPECT_EQ(requestLines().back(), "POST weight/id-later/media?authentication_token=tok-1");
+  EXPECT_FALSE(session->sessionData()->hasImages());
+}
+
+TEST_F(SessionEngine, EndingOrRestartingASessionDiscardsItsQueueAndArchive) {
+  int hookCalls = 0;
+  NYBSession::staticClass().setEndHealthKitSessionOperation([&](NYBSession&) { ++hookCalls; });
+  makeSession()->startSessionWithUser(testUser());
+  const fs::path archive = documents.path() / "sessionData";
+  EXPECT_EQ(session->sessionDataURL().path(), archive.string());
+  server().setDefaultResponse(refused(503));
+  session->submitRecords({weight("a"), weight("b")});
+  settle();
+  ASSERT_EQ(queueOf(session->sessionData()).size(), 2U);
+
+  // The same user again: a fresh, empty session, saved as such.
+  session->startSessionWithUser(testUser());
+  EXPECT_EQ(hookCalls, 1);
+  settle();
+  EXPECT_TRUE(queueOf(NYBSession::sessionWithConfiguration({reachability})->sessionData()).empty());
+
+  // A write still under way when the session ends does not bring it back.
+  session->setProcessingRecord(weight("busy"));
+  {
+    WriteQueueGate gate;
+    session->submitRecord(weight("x"));
+    session->endSession();
+    EXPECT_EQ(hookCalls, 2);
+    EXPECT_FALSE(fs::exists(archive));
+    EXPECT_EQ(session->apiClient(), nullptr);  // no user, no client
+  }
+  EXPECT_TRUE(session->waitForArchiveWrites());
+  EXPECT_FALSE(fs::exists(archive));
+  session->setProcessingRecord(nullptr);
+
+  // An answer that comes after the end is still announced, and the save it
+  // makes writes an archive of no session.
+  session->startSessionWithUser(testUser());
+  server().setDefaultResponse(acceptedWeight("w-1", "late"));
+  session->submitRecord(weight("late"));
+  ASSERT_TRUE(server().waitForRequests(2, 5s));
+  session->endSession();
+  ASSERT_TRUE(runUntil([&] { return !notes.posted.empty(); }));
+  EXPECT_EQ(notes.posted[0].name, kNYBRecordSubmittedNotification);
+  settle();
+  ASSERT_TRUE(fs::exists(archive));
+  EXPECT_EQ(NYBSession::sessionWithConfiguration({reachability})->sessionData(), nullptr);
+
+  NYBSession::staticClass().setEndHealthKitSessionOperation(nullptr);
+  EXPECT_FALSE(session->respondsToEndHealthKitSession());
+  // Without a user the head is marked in flight, but nothing is ever sent.
+  session->startSessionWithUser(nullptr);
+  session->submitRecords({weight("stuck"), weight("behind")});
+  EXPECT_EQ(session->processingRecord()->activityID(), NYBDynamicValue("stuck"));
+  EXPECT_TRUE(session->waitForArchiveWrites());
+  EXPECT_EQ(server().requests().size(), 2U);
+  EXPECT_EQ(hookCalls, 3);
+  session->setProcessingRecord(nullptr);
+}
+
+TEST_F(SessionEngine, StartUpLogsFirstThenResumesTheArchivedQueueOrLogsItsDamage) {
+  makeSession()->startSessionWithUser(testUser());
+  server().setDefaultResponse(refused(500));
+  session->submitRecords({weight("one"), weight("two")});
+  settle();
+  session.reset();
+
+  server().reset();
+  server().setDefaultResponse(acceptedWeight("x", "y"));
+  auto log = std::make_unique<LogCapture>();
+  makeSession();
+  // The earlier run's queue, whoever's it was, is loaded and its head sent.
+  ASSERT_TRUE(server().waitForRequests(1, 5s));
+  EXPECT_EQ(log->lines().at(0), NYBSession::libraryDescription());
+  EXPECT_TRUE(session->user()->isEqual(*testUser()));
+  EXPECT_EQ(queueOf(session->sessionData()), (std::vector<std::string>{"two", "one"}));
+  ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 2; }));
+  settle();
+  session.reset();
+
+  const fs::path archive = documents.path() / "sessionData";
+  fs::resize_file(archive, fs::file_size(archive) / 2);
+  const auto size = fs::file_size(archive);
+  log->clear();
+  makeSession();
+  EXPECT_EQ(session->sessionData(), nullptr);
+  const auto lines = log->lines();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0], NYBSession::libraryDescription());
+  EXPECT_EQ(lines[1].rfind("Caught decoding exception: ", 0), 0U) << lines[1];
+  EXPECT_EQ(fs::file_size(archive), size);  // left in place
+}
+
+TEST_F(SessionEngine, TheMediaURLCarriesTheSharedSessionUsersTokenAsItsOnlyQuery) {
+  NYBReachabilitySource::setDefaultSource(reachability);
+  auto shared = NYBSession::sharedInstance();
+  NYBReachabilitySource::setDefaultSource(nullptr);
+  EXPECT_EQ(NYBSession::sharedInstance(), shared);
+  NYBMedia media;
+  media.setMediaURL("https://media.example/v1/m/7.png?size=large&authentication_token=old#top");
+  EXPECT_FALSE(media.authenticatedURL().has_value());  // no session user yet
+
+  shared->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "a b&c=d+e"));
+  EXPECT_EQ(media.authenticatedURL().value().absoluteString(),
+            "https://media.example/v1/m/7.png?authentication_token=a%20b%26c%3Dd+e#top");
+  EXPECT_FALSE(NYBMedia().authenticatedURL().has_value());
+  media.setMediaURL("not a url");
+  EXPECT_FALSE(media.authenticatedURL().has_value());
+
+  shared->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", NYBDynamicValue()));
+  media.setMediaURL("https://media.example/x.png");
+  EXPECT_FALSE(media.authenticatedURL().has_value());
+  shared->endSession();
+  EXPECT_TRUE(shared->waitForArchiveWrites());
+}
+
+}  // namespace
+}  // namespace nyb::test

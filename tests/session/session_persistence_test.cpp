@@ -1,0 +1,135 @@
+// The archive: saves during a write fold into one more write, what is written
+// is the state at the moment of the save (never read from the live objects by
+// the write queue), the file's permissions, and an archive of no session.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "NymbrelCore/NYBKeyedArchiver.h"
+#include "NymbrelCore/NYBKeyedUnarchiver.h"
+#include "NymbrelCore/NYBMedia.h"
+#include "session/SessionTestSupport.h"
+#include "support/LogCapture.h"
+
+namespace nyb::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The session data the archive on disk holds now.
+std::shared_ptr<NYBSessionData> archived(const fs::path& documents) {
+  std::ifstream file(documents / "sessionData", std::ios::binary);
+  const NYBData bytes(std::vector<std::uint8_t>(std::istreambuf_iterator<char>(file), {}));
+  return NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<NYBSessionData>();
+}
+
+using SessionPersistence = SessionTest;
+
+TEST_F(SessionPersistence, SavesDuringAWriteCostOneMoreWriteHoldingTheLatestState) {
+  makeSession();
+  EXPECT_EQ(session->archiveWriteCount(), 0U);  // no archive, nothing to save at start-up
+  {
+    WriteQueueGate gate;
+    session->startSessionWithUser(testUser());  // the first write waits behind the gate
+    EXPECT_TRUE(session->writeInProgress());
+    for (int i = 0; i < 10; ++i) {
+      session->sessionData()->addRecord(weight(("r" + std::to_string(i)).c_str()));
+      session->saveSessionData();
+      EXPECT_TRUE(session->writeRequested());
+    }
+    EXPECT_EQ(session->archiveWriteCount(), 0U);
+  }
+  ASSERT_TRUE(session->waitForArchiveWrites());
+  EXPECT_EQ(session->archiveWriteCount(), 2U);
+  EXPECT_FALSE(session->writeInProgress());
+  EXPECT_FALSE(session->writeRequested());
+  auto onDisk = archived(documents.path());
+  ASSERT_NE(onDisk, nullptr);
+  EXPECT_EQ(queueOf(onDisk).size(), 10U);
+  EXPECT_EQ(queueOf(onDisk).back(), "r9");
+  EXPECT_TRUE(onDisk->user().objectAs<NYBUser>()->isEqual(*testUser()));
+
+  // Only the owner may read or replace the archive.
+  struct stat info {};
+  ASSERT_EQ(::stat((documents.path() / "sessionData").c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600U);
+  // A save with no write running starts one of its own at once.
+  session->saveSessionData();
+  ASSERT_TRUE(session->waitForArchiveWrites());
+  EXPECT_EQ(session->archiveWriteCount(), 3U);
+}
+
+TEST_F(SessionPersistence, TheWriteArchivesTheStateOfTheSaveAndTheQueueKeepsItsOwnRecords) {
+  makeSession()->startSessionWithUser(testUser());
+  session->setProcessingRecord(weight("busy"));  // hold the queue: nothing is sent
+  auto mine = weight("mine", 70.0);
+  session->submitRecord(mine);
+  ASSERT_TRUE(session->waitForArchiveWrites());
+  {
+    WriteQueueGate gate;
+    session->submitRecord(weight("second"));  // its write waits behind the gate
+    session->sessionData()->addRecord(weight("unsaved"));
+    gate.release();
+    // The caller goes on changing its own record while the write runs.
+    for (int i = 0; i < 100; ++i) mine->setWeight(80.0 + i);
+    ASSERT_TRUE(session->waitForArchiveWrites());
+  }
+  EXPECT_EQ(session->sessionData()->peekNextRecord()->valueForKey("weight").doubleValue(), 70.0);
+  auto onDisk = archived(documents.path());
+  ASSERT_NE(onDisk, nullptr);
+  EXPECT_EQ(queueOf(onDisk), (std::vector<std::string>{"mine", "second"}));
+  EXPECT_EQ(onDisk->records().array()->elements()[0].objectAs<NYBRecord>()->valueForKey("weight"),
+            NYBDynamicValue(70.0));
+  session->setProcessingRecord(nullptr);
+}
+
+// Under ThreadSanitizer: the media of an uploaded photo are added while a
+// write that holds the photo's record in its snapshot is running.
+TEST_F(SessionPersistence, MediaOfAnUploadedPhotoNeverChangeWhatAWriteIsReading) {
+  makeSession()->startSessionWithUser(testUser());
+  server().enqueue(acceptedWeight("id-1", "pic"));
+  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  session->submitRecord(weight("pic"), photo(5));
+  ASSERT_TRUE(runUntil([&] { return !notes.posted.empty(); }));
+  // The upload is in flight; its answer waits for the main thread.
+  ASSERT_TRUE(server().waitForRequests(2, 5s));
+  auto key = session->processingRecord();
+  ASSERT_EQ(key->recordID().description(), "id-1");
+  {
+    WriteQueueGate gate;
+    session->saveSessionData();  // this write, or the one running, holds the photo's record
+    gate.release();
+    ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 2; }));
+  }
+  settle();
+  const Posted& uploaded = notes.posted[1];
+  EXPECT_EQ(uploaded.name, kNYBRecordImageSubmittedNotification);
+  EXPECT_EQ(uploaded.record()->media().array()->size(), 1U);
+  EXPECT_TRUE(key->media().isAbsent() || key->media().array()->empty());
+}
+
+TEST_F(SessionPersistence, AnArchiveOfNoSessionLoadsAsNoSession) {
+  makeSession()->startSessionWithUser(testUser());
+  session->endSession();
+  EXPECT_FALSE(fs::exists(documents.path() / "sessionData"));
+  session->saveSessionData();
+  ASSERT_TRUE(session->waitForArchiveWrites());
+  ASSERT_TRUE(fs::exists(documents.path() / "sessionData"));
+
+  LogCapture log;
+  auto next = NYBSession::sessionWithConfiguration({reachability});
+  EXPECT_EQ(next->sessionData(), nullptr);
+  EXPECT_EQ(log.lines().size(), 1U);  // the library description only
+  // An archive whose root is some other object is damage, not a session.
+  std::ofstream(documents.path() / "sessionData", std::ios::binary | std::ios::trunc)
+      << NYBKeyedArchiver::archivedDataWithRootObject(testUser()).view();
+  log.clear();
+  EXPECT_EQ(NYBSession::sessionWithConfiguration({reachability})->sessionData(), nullptr);
+  ASSERT_EQ(log.lines().size(), 2U);
+  EXPECT_EQ(log.lines()[1].rfind("Caught decoding exception: ", 0), 0U);
+}
+
+}  // namespace
+}  // namespace nyb::test
