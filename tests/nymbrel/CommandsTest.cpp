@@ -1,0 +1,332 @@
+// The nymbrel binary as a child process against the real nymbrel-devserver:
+// every command's happy path, what stays queued when the service cannot be
+// reached, rejections, bad input with its message and exit status, and the
+// demo end to end. What the server stored is read back over HTTP.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "DevServer.h"
+#include "RunTool.h"
+#include "support/TempDir.h"
+
+namespace nyb::test {
+namespace {
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+class NymbrelTool : public ::testing::Test {
+ protected:
+  // The service options for user u1 (or another) of the devserver.
+  std::vector<std::string> as(std::vector<std::string> arguments, const std::string& user = kUser,
+                              const std::string& token = kToken) const {
+    arguments.insert(arguments.end(),
+                     {"--server", server_.baseURL(), "--data-dir", data_.path().string(), "--org",
+                      kOrg, "--user", user, "--token", token});
+    return arguments;
+  }
+  ToolRun queueJSON() const {
+    return runTool({"queue", "--json", "--data-dir", data_.path().string()});
+  }
+  // The records the server holds in a collection.
+  rapidjson::Document stored(const std::string& root, const std::string& user = kUser,
+                             const std::string& token = kToken) const {
+    auto answer = server_.client(token)->Get(collectionPath(root, user));
+    EXPECT_TRUE(answer && answer->status == 200);
+    return parse(answer ? answer->body : "{}");
+  }
+  std::string photo() const { return writePng((data_.path() / "meal.png").string(), 8, 6); }
+
+  DevServer server_;
+  TempDir data_;
+};
+
+TEST_F(NymbrelTool, SubmitSendsARecordWithItsPhotoAndTheNextRunContinuesTheSession) {
+  ToolRun run =
+      runTool(as({"submit", "weight", "--weight", "150", "--unit", "lb", "--timestamp",
+                  "2016-03-01T14:05:09Z", "--comment", "after the run", "--image", photo()}));
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(contains(run.out, "submitted weight record")) << run.out;
+  EXPECT_TRUE(contains(run.out, "photo sent for weight record")) << run.out;
+
+  auto weights = stored("weight");
+  ASSERT_EQ(weights["weight"].Size(), 1u);
+  const auto& weight = weights["weight"][0];
+  EXPECT_NEAR(weight["weight"].GetDouble(), 150 * 0.45359237, 1e-9);
+  EXPECT_STREQ(weight["extras"]["raw_data"]["weight"]["value"].GetString(), "150");
+  EXPECT_STREQ(weight["extras"]["raw_data"]["weight"]["unit"].GetString(), "lb");
+  EXPECT_STREQ(weight["extras"]["comment"].GetString(), "after the run");
+  EXPECT_STREQ(weight["timestamp"].GetString(), "2016-03-01T14:05:09+00:00");
+  ASSERT_EQ(weight["media"].Size(), 1u);
+  std::string url = weight["media"][0]["url"].GetString();
+  auto image =
+      server_.client()->Get(url.substr(url.find("/v1/")) + "?authentication_token=" + kToken);
+  ASSERT_TRUE(image && image->status == 200);
+  EXPECT_EQ(image->get_header_value("Content-Type"), "image/png");
+
+  // No user given: the archived session goes on; the server comes from the
+  // environment this time.
+  run = runTool({"submit", "sleep", "--deep", "80", "--data-dir", data_.path().string()},
+                {{"NYMBREL_BASE_URL", server_.baseURL()}});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(stored("sleep")["sleep"][0]["deep"].GetInt(), 80);
+
+  run = queueJSON();
+  ASSERT_EQ(run.status, 0);
+  auto queue = parse(run.out);
+  EXPECT_TRUE(queue["session"].GetBool());
+  EXPECT_STREQ(queue["user"]["organization"].GetString(), "acme");
+  EXPECT_STREQ(queue["user"]["token"].GetString(), "****");
+  EXPECT_EQ(queue["records"].Size(), 0u);
+  EXPECT_EQ(queue["photos"].Size(), 0u);
+}
+
+TEST_F(NymbrelTool, WhatCannotBeSentStaysQueuedAndGoesFirstNextTime) {
+  DevServer gone;
+  std::string deadURL = gone.baseURL();
+  gone.stop();
+  std::vector<std::string> offline =
+      as({"submit", "nutrition", "--meal", "dinner", "--image", photo()});
+  offline[std::find(offline.begin(), offline.end(), "--server") - offline.begin() + 1] = deadURL;
+  ToolRun run = runTool(offline);
+  EXPECT_EQ(run.status, 3) << run.err;
+  EXPECT_TRUE(contains(run.err, "nymbrel: 1 record and 1 photo stay queued")) << run.err;
+
+  run = queueJSON();
+  auto queue = parse(run.out);
+  ASSERT_EQ(queue["records"].Size(), 1u);
+  std::string activityID = queue["records"][0]["activity_id"].GetString();
+  EXPECT_STREQ(queue["records"][0]["type"].GetString(), "nutrition");
+  EXPECT_STREQ(queue["records"][0]["document"]["meal"].GetString(), "dinner");
+  ASSERT_EQ(queue["photos"].Size(), 1u);
+  EXPECT_STREQ(queue["photos"][0]["file"].GetString(), queue["records"][0]["photo"].GetString());
+  EXPECT_GT(queue["photos"][0]["bytes"].GetUint64(), 0u);
+  EXPECT_EQ(queue["photos"][0]["queued_position"].GetUint(), 1u);
+  run = runTool({"queue", "--data-dir", data_.path().string()});
+  EXPECT_TRUE(contains(run.out, "Queued records: 1\n  1. nutrition record " + activityID))
+      << run.out;
+  EXPECT_TRUE(contains(run.out, "Photos waiting: 1\n")) << run.out;
+
+  run = runTool(as({"submit", "sleep", "--deep", "80"}));
+  ASSERT_EQ(run.status, 0) << run.err;
+  auto earlier = run.out.find("submitted nutrition record " + activityID);
+  ASSERT_NE(earlier, std::string::npos) << run.out;
+  EXPECT_TRUE(contains(run.out.substr(earlier), "(queued by an earlier run)\n"));
+  EXPECT_LT(earlier, run.out.find("submitted sleep record"));
+  EXPECT_TRUE(contains(run.out, "photo sent for nutrition record " + activityID));
+  EXPECT_EQ(stored("nutrition")["nutrition"][0]["media"].Size(), 1u);
+  EXPECT_EQ(parse(queueJSON().out)["records"].Size(), 0u);
+}
+
+TEST_F(NymbrelTool, ARecordWithoutAnAnswerInTimeStaysQueued) {
+  // The answer comes after the tool has given up, with the request in flight.
+  auto faults = server_.client()->Post("/control/faults", R"({"delay_ms": 5000, "count": 1})",
+                                       "application/json");
+  ASSERT_TRUE(faults && faults->status == 201);
+  ToolRun run = runTool(as({"submit", "sleep", "--deep", "80", "--timeout", "1"}));
+  EXPECT_EQ(run.status, 3) << run.err;
+  EXPECT_TRUE(contains(run.err, "nymbrel: 1 record stays queued: no answer within 1 s")) << run.err;
+  EXPECT_EQ(parse(queueJSON().out)["records"].Size(), 1u);
+}
+
+TEST_F(NymbrelTool, RefusalsDropTheRecordAndAnotherUserMayNotDropAQueueUnasked) {
+  auto faults = server_.client()->Post("/control/faults", R"({"status": 422, "count": 1})",
+                                       "application/json");
+  ASSERT_TRUE(faults && faults->status == 201);
+  ToolRun run = runTool(as({"submit", "weight", "--weight", "70"}));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(contains(run.out, "rejected weight record")) << run.out;
+  EXPECT_TRUE(contains(run.out, "HTTP 422")) << run.out;
+  EXPECT_EQ(parse(queueJSON().out)["records"].Size(), 0u);
+
+  faults = server_.client()->Post("/control/faults", R"({"status": 503, "count": 1})",
+                                  "application/json");
+  run = runTool(as({"submit", "weight", "--weight", "71"}));
+  EXPECT_EQ(run.status, 3) << run.err;
+  run = runTool(as({"submit", "weight", "--weight", "72"}, kOtherUser, kOtherToken));
+  EXPECT_EQ(run.status, 2);
+  EXPECT_TRUE(contains(run.err,
+                       "nymbrel: the data directory holds 1 record and 0 photos queued "
+                       "for acme/u1; a session for another user (or token) would drop "
+                       "them. Use --discard-queue"))
+      << run.err;
+  run = runTool(
+      as({"submit", "weight", "--weight", "72", "--discard-queue"}, kOtherUser, kOtherToken));
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(stored("weight", kOtherUser, kOtherToken)["weight"].Size(), 1u);
+  EXPECT_EQ(stored("weight")["weight"].Size(), 0u);
+}
+
+TEST_F(NymbrelTool, BadInputIsNamedAndNothingIsSent) {
+  struct Case {
+    std::vector<std::string> arguments;
+    bool withUser;
+    int status;
+    std::string message;  // a line of standard error
+  };
+  std::string csv = (data_.path() / "readings.csv").string();
+  std::ofstream(csv) << "weight\n70\n";
+  const std::vector<Case> cases = {
+      {{}, false, 2, "nymbrel: give a command: demo, submit, import or queue (see nymbrel --help)"},
+      {{"frobnicate"},
+       false,
+       2,
+       "nymbrel: \"frobnicate\" is not a command (demo, submit, import, queue; see nymbrel "
+       "--help)"},
+      {{"submit"}, true, 2, "nymbrel: give a record type: nymbrel submit TYPE --FIELD VALUE ..."},
+      {{"submit", "weigth", "--weight", "70"},
+       true,
+       2,
+       "nymbrel: \"weigth\" is not a record type (biometrics, diabetes, weight, routine, "
+       "nutrition, fitness, sleep, intraday)"},
+      {{"submit", "weight", "--wieght", "70"},
+       true,
+       2,
+       "nymbrel: --wieght is not a field of a weight record (see 'nymbrel submit weight --help')"},
+      {{"submit", "weight", "--weight", "seventy"},
+       true,
+       2,
+       "nymbrel: --weight: \"seventy\" is not a number"},
+      {{"submit", "weight", "--weight", "70", "--unit", "oz"},
+       true,
+       2,
+       "nymbrel: --unit: \"oz\" is not a unit of weight (kg, lb or st)"},
+      {{"submit", "sleep", "--deep", "70", "--unit", "kg"},
+       true,
+       2,
+       "nymbrel: --unit: a sleep record has no field with a unit"},
+      {{"submit", "diabetes", "--relationship-to-meal", "brunch"},
+       true,
+       2,
+       "nymbrel: --relationship-to-meal: \"brunch\" is not one of none, before, after, random, "
+       "fasting"},
+      {{"submit", "weight", "--weight", "70", "--image", "/nonexistent/meal.png"},
+       true,
+       2,
+       "nymbrel: --image: cannot read \"/nonexistent/meal.png\" as a PNG image"},
+      {{"submit", "weight", "--weight", "70", "--org", "acme", "--user", "u1", "--data-dir",
+        data_.path().string()},
+       false,
+       2,
+       "nymbrel: give --org, --user and --token together (missing --token)"},
+      {{"submit", "weight", "--weight", "70", "--data-dir", data_.path().string()},
+       false,
+       2,
+       "nymbrel: no user: give --org, --user and --token"},
+      {{"submit", "weight", "--weight", "70", "--server", "ftp://example.com"},
+       false,
+       2,
+       "nymbrel: --server: \"ftp://example.com\" is not an http or https URL"},
+      {{"import", csv, "--type", "walking"},
+       true,
+       2,
+       "nymbrel: --type: \"walking\" is not a record type"},
+      {{"import", (data_.path() / "missing.csv").string()}, true, 5, "nymbrel: cannot read "},
+      {{"queue", "--bogus"}, false, 2, "nymbrel: The following argument was not expected: --bogus"},
+      {{"import", csv, "--timeout", "0"}, true, 2, "nymbrel: --timeout: Value 0 not in range"},
+  };
+  for (const auto& c : cases) {
+    ToolRun run = runTool(c.withUser ? as(c.arguments) : c.arguments);
+    EXPECT_EQ(run.status, c.status) << c.message << "\n" << run.err;
+    EXPECT_TRUE(contains(run.err, c.message)) << "expected: " << c.message << "\ngot: " << run.err;
+  }
+  auto health = server_.client()->Get("/health");
+  ASSERT_TRUE(health);
+  EXPECT_EQ(parse(health->body)["records"].GetInt(), 0);
+}
+
+TEST_F(NymbrelTool, ImportSendsTheGoodRowsInOrderAndReportsTheBadOnesByLine) {
+  photo();
+  std::string csv = (data_.path() / "readings.csv").string();
+  std::ofstream(csv) << "record_type,timestamp,weight,unit,steps,meal,image\n"
+                        "weight,2016-03-01T08:00:00+01:00,150,lb,,,\n"
+                        "weight,2016-03-02T08:00:00+01:00,heavy,,,,\n"
+                        "routine,2016-03-02T23:00:00+01:00,,,9000,,\n"
+                        "nutrition,2016-03-02T12:30:00+01:00,,,,lunch,meal.png\n"
+                        "sleep,2016-03-03T07:00:00+01:00,80,,,,\n"
+                        "weight,2016-03-04T08:00:00+01:00,71.5,kg,,,\n";
+  ToolRun run = runTool(as({"import", csv}));
+  EXPECT_EQ(run.status, 4) << run.err;
+  EXPECT_TRUE(contains(run.err,
+                       "nymbrel: line 3: weight: \"heavy\" is not a number\n"
+                       "nymbrel: line 6: unknown field \"weight\" for a sleep record\n"))
+      << run.err;
+  EXPECT_TRUE(contains(run.out, "4 of 4 records sent, 1 of 1 photos; 2 bad rows skipped"))
+      << run.out;
+  auto weights = stored("weight");
+  ASSERT_EQ(weights["weight"].Size(), 2u);
+  EXPECT_NEAR(weights["weight"][0]["weight"].GetDouble(), 68.0388555, 1e-9);
+  EXPECT_EQ(weights["weight"][1]["weight"].GetDouble(), 71.5);
+  EXPECT_STREQ(weights["weight"][1]["timestamp"].GetString(), "2016-03-04T07:00:00+00:00");
+  EXPECT_EQ(stored("routine")["routine"][0]["steps"].GetInt(), 9000);
+  EXPECT_EQ(stored("nutrition")["nutrition"][0]["media"].Size(), 1u);
+  EXPECT_EQ(stored("sleep")["sleep"].Size(), 0u);
+
+  std::string lines = (data_.path() / "readings.jsonl").string();
+  std::ofstream(lines) << "{\"weight\": 70, \"fat_percent\": 18.5}\n{\"weight\": \"x\"}\n";
+  run = runTool(as({"import", lines, "--type", "weight"}));
+  EXPECT_EQ(run.status, 4) << run.err;
+  EXPECT_TRUE(contains(run.err, "nymbrel: line 2: weight: \"x\" is not a number")) << run.err;
+  weights = stored("weight");
+  ASSERT_EQ(weights["weight"].Size(), 3u);
+  EXPECT_EQ(weights["weight"][2]["fat_percent"].GetDouble(), 18.5);
+}
+
+TEST_F(NymbrelTool, QueueTellsNoSessionFromADamagedArchive) {
+  std::string archive = (data_.path() / "sessionData").string();
+  ToolRun run = runTool({"queue", "--data-dir", data_.path().string()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "No archive at " + archive + ": no session, nothing queued.\n");
+
+  std::ofstream(archive) << "not an archive at all";
+  run = runTool({"queue", "--json", "--data-dir", data_.path().string()});
+  EXPECT_EQ(run.status, 5);
+  EXPECT_TRUE(contains(run.err, "nymbrel: the archive " + archive + " is damaged: ")) << run.err;
+  // Without a user there is nothing to continue; with one, a new session replaces it.
+  run = runTool({"submit", "sleep", "--deep", "1", "--data-dir", data_.path().string()});
+  EXPECT_EQ(run.status, 5) << run.err;
+  run = runTool(as({"submit", "sleep", "--deep", "1"}));
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(contains(run.err, "is damaged: ")) << run.err;
+  EXPECT_EQ(parse(queueJSON().out)["session"].GetBool(), true);
+}
+
+TEST_F(NymbrelTool, DemoSendsEveryTypeAndAPhotoToItsOwnOrAGivenServer) {
+  ToolRun run = runTool({"demo", "--devserver", NYB_DEVSERVER_PATH});
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_TRUE(contains(run.out, "started nymbrel-devserver at http://127.0.0.1:")) << run.out;
+  EXPECT_TRUE(contains(run.out, "\neverything arrived: 8 records and 1 photo\n")) << run.out;
+
+  run = runTool(as({"demo"}));
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+  for (const char* root : {"biometrics", "diabetes", "weight", "routine", "nutrition", "fitness",
+                           "sleep", "intraday"}) {
+    EXPECT_EQ(stored(root)[root].Size(), 1u) << root;
+  }
+  EXPECT_EQ(stored("nutrition")["nutrition"][0]["media"].Size(), 1u);
+  EXPECT_STREQ(stored("weight")["weight"][0]["extras"]["raw_data"]["weight"]["unit"].GetString(),
+               "lb");
+  EXPECT_EQ(stored("intraday")["intraday"][0]["data_points"].Size(), 4u);
+}
+
+TEST_F(NymbrelTool, EveryCommandExplainsItself) {
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"--help"},
+                                             {"demo", "--help"},
+                                             {"submit", "--help"},
+                                             {"import", "--help"},
+                                             {"queue", "--help"},
+                                             {"submit", "intraday", "--help"}}) {
+    ToolRun run = runTool(arguments);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(contains(run.out, "Usage: nymbrel")) << run.out;
+  }
+  ToolRun run = runTool({"submit", "diabetes", "--help"});
+  EXPECT_TRUE(contains(run.out, "--blood-glucose NUMBER")) << run.out;
+  EXPECT_TRUE(contains(run.out, "the unit of --blood-glucose: mg/dL or mmol/L")) << run.out;
+}
+
+}  // namespace
+}  // namespace nyb::test

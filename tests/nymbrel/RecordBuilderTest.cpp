@@ -1,0 +1,242 @@
+// The record tables and the builder, in process: every field of every type
+// reaches the service's document under its key, units convert and keep the
+// entered value, and bad values are named without building anything.
+#include <gtest/gtest.h>
+
+#include <NymbrelCore/NYBArray.h>
+#include <NymbrelCore/NYBDictionary.h>
+
+#include <cmath>
+#include <regex>
+#include <set>
+
+#include "RecordBuilder.h"
+#include "RecordFields.h"
+#include "support/TimeZoneOverride.h"
+
+namespace nymbrel {
+namespace {
+
+using nyb::NYBDictionary;
+using nyb::NYBDynamicValue;
+
+NYBDynamicValue at(const NYBDictionary& document, std::string_view path) {
+  const NYBDictionary* dictionary = &document;
+  for (auto dot = path.find('.'); dot != std::string_view::npos; dot = path.find('.')) {
+    dictionary = (*dictionary)[path.substr(0, dot)].dictionary();
+    if (dictionary == nullptr) return {};
+    path.remove_prefix(dot + 1);
+  }
+  return (*dictionary)[path];
+}
+
+BuildResult build(std::string_view typeName,
+                  const std::vector<std::pair<std::string, std::string>>& fields,
+                  std::optional<std::string> unit = std::nullopt) {
+  RecordInput input;
+  input.type = findRecordType(typeName);
+  EXPECT_NE(input.type, nullptr) << typeName;
+  for (const auto& [name, text] : fields) {
+    const FieldSpec* field = input.type->findField(name);
+    EXPECT_NE(field, nullptr) << name;
+    input.fields.push_back({"--" + name, field, text});
+  }
+  input.unit = std::move(unit);
+  return buildRecord(input);
+}
+
+TEST(RecordBuilder, EveryFieldOfEveryTypeReachesTheDocumentUnderItsKey) {
+  nyb::test::TimeZoneOverride utc("UTC");
+  for (const auto& type : recordTypes()) {
+    SCOPED_TRACE(std::string(type.name));
+    RecordInput input{&type, {}, std::nullopt, "--unit", "--"};
+    std::vector<NYBDynamicValue> expected;
+    for (const auto& field : type.fields) {
+      std::string text;
+      NYBDynamicValue value;
+      switch (field.kind) {
+        case ValueKind::Number:
+          text = "7", value = 7;
+          break;
+        case ValueKind::Text:
+          text = "x-" + std::string(field.name), value = text;
+          break;
+        case ValueKind::Boolean:
+          text = "yes", value = true;
+          break;
+        case ValueKind::DateTime:
+          text = "2016-03-01T14:05:09Z", value = "2016-03-01T14:05:09+00:00";
+          break;
+        case ValueKind::MealRelationship:
+          text = "fasting", value = "fasting";
+          break;
+        case ValueKind::DiabetesEvent:
+          text = "medication", value = "medication";
+          break;
+        case ValueKind::OutOfRange:
+          text = "low", value = "Low";
+          break;
+        case ValueKind::DataPoint:
+          text = "2016-03-01T14:00:00Z/2016-03-01T14:15:00Z=120";
+          value = nyb::NYBArray{NYBDictionary{{"start", "2016-03-01T14:00:00+00:00"},
+                                              {"end", "2016-03-01T14:15:00+00:00"},
+                                              {"value", 120}}};
+          break;
+      }
+      input.fields.push_back({"--" + std::string(field.name), &field, text});
+      expected.push_back(value);
+    }
+    BuildResult built = buildRecord(input);
+    ASSERT_TRUE(built.errors.empty()) << built.errors.front();
+    ASSERT_EQ(built.record->recordType(), type.type);
+    NYBDictionary document = built.record->JSONObject();
+    for (std::size_t i = 0; i < type.fields.size(); ++i) {
+      EXPECT_EQ(at(document, type.fields[i].jsonKey), expected[i])
+          << type.fields[i].name << " in " << document.description();
+    }
+  }
+}
+
+TEST(RecordBuilder, EachFieldAnswersToItsOptionPropertyAndKeySpellingsAndNoOther) {
+  for (const auto& type : recordTypes()) {
+    std::set<std::string> names;
+    for (const auto& field : type.fields) {
+      EXPECT_TRUE(names.insert(normalizedName(field.name)).second) << type.name << field.name;
+      EXPECT_EQ(type.findField(field.name), &field);
+      EXPECT_EQ(type.findField(field.property), &field);
+      if (field.jsonKey.find('.') == std::string_view::npos) {
+        EXPECT_EQ(type.findField(field.jsonKey), &field);
+      }
+    }
+  }
+  EXPECT_EQ(findRecordType("weight")->findField("Fat_Percent")->property, "fatPercent");
+  EXPECT_EQ(findRecordType("biometrics")->findField("min_heartrate")->property, "minHeartRate");
+  EXPECT_EQ(findRecordType("intraday")->findField("data_points")->name, "point");
+  EXPECT_EQ(findRecordType("sleep")->findField("weight"), nullptr);
+  EXPECT_EQ(findRecordType("Intraday")->type, nyb::NYBRecordTypeIntraDay);
+  EXPECT_EQ(findRecordType("WEIGHT")->type, nyb::NYBRecordTypeWeight);
+  EXPECT_EQ(findRecordType("walking"), nullptr);
+}
+
+TEST(RecordBuilder, ValuesInOtherUnitsAreStoredConvertedAndKeptAsEntered) {
+  auto raw = [](const BuildResult& built, std::string_view key) {
+    return at(built.record->JSONObject(), "extras.raw_data." + std::string(key));
+  };
+  // 150 lb x 0.45359237 kg/lb, 10 st x 6.35029318 kg/st
+  BuildResult pounds = build("weight", {{"weight", "150"}}, "lb");
+  EXPECT_DOUBLE_EQ(at(pounds.record->JSONObject(), "weight").doubleValue(), 68.0388555);
+  EXPECT_EQ(raw(pounds, "weight"), (NYBDictionary{{"value", "150"}, {"unit", "lb"}}));
+  BuildResult stones = build("weight", {{"weight", "10"}}, "stones");
+  EXPECT_DOUBLE_EQ(at(stones.record->JSONObject(), "weight").doubleValue(), 63.5029318);
+  EXPECT_EQ(raw(stones, "weight"), (NYBDictionary{{"value", "10"}, {"unit", "st"}}));
+  BuildResult kilograms = build("weight", {{"weight", "71.5"}}, "KG");
+  EXPECT_EQ(at(kilograms.record->JSONObject(), "weight"), 71.5);
+  EXPECT_TRUE(raw(kilograms, "weight").isAbsent());
+
+  // 5.5 mmol/L x 18 mg/dL per mmol/L; the raw entry is under the JSON key.
+  BuildResult glucose = build("diabetes", {{"blood-glucose", "5.5"}}, "mmol/l");
+  EXPECT_DOUBLE_EQ(at(glucose.record->JSONObject(), "blood_glucose").doubleValue(), 99.0);
+  EXPECT_EQ(raw(glucose, "blood_glucose"), (NYBDictionary{{"value", "5.5"}, {"unit", "mmol/L"}}));
+
+  // (98.6 - 32) x 5/9
+  BuildResult fever = build("biometrics", {{"temperature", "98.6"}}, "Fahrenheit");
+  EXPECT_NEAR(at(fever.record->JSONObject(), "temperature").doubleValue(), 37.0, 1e-9);
+  EXPECT_EQ(raw(fever, "temperature"), (NYBDictionary{{"value", "98.6"}, {"unit", "F"}}));
+}
+
+TEST(RecordBuilder, BadValuesAreEachNamedAndNothingIsBuilt) {
+  struct Case {
+    std::string type;
+    std::vector<std::pair<std::string, std::string>> fields;
+    std::optional<std::string> unit;
+    std::vector<std::string> errors;
+  };
+  const std::vector<Case> cases = {
+      {"weight", {{"weight", "abc"}}, {}, {"--weight: \"abc\" is not a number"}},
+      {"weight",
+       {{"weight", "inf"}, {"bmi", "1,5"}},
+       {},
+       {"--weight: \"inf\" is not a number", "--bmi: \"1,5\" is not a number"}},
+      {"weight", {{"weight", "70"}, {"weight", "71"}}, {}, {"--weight: given more than once"}},
+      {"weight",
+       {{"timestamp", "yesterday"}},
+       {},
+       {"--timestamp: \"yesterday\" is not a date-time such as 2016-03-01T14:05:09+01:00"}},
+      {"weight", {{"validated", "maybe"}}, {}, {"--validated: \"maybe\" is not true or false"}},
+      {"diabetes",
+       {{"relationship-to-meal", "lunch"}},
+       {},
+       {"--relationship-to-meal: \"lunch\" is not one of none, before, after, random, fasting"}},
+      {"diabetes",
+       {{"out-of-range", "medium"}},
+       {},
+       {"--out-of-range: \"medium\" is not high or low"}},
+      {"intraday",
+       {{"point", "2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5"}},
+       {},
+       {"--point: \"2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5\" ends before it starts"}},
+      {"intraday",
+       {{"point", "120"}},
+       {},
+       {"--point: \"120\" is not a data point such as "
+        "2016-03-01T14:00:00+00:00/2016-03-01T14:15:00+00:00=120"}},
+      {"sleep", {{"deep", "80"}}, "kg", {"--unit: a sleep record has no field with a unit"}},
+      {"weight",
+       {{"weight", "70"}},
+       "oz",
+       {"--unit: \"oz\" is not a unit of weight (kg, lb or st)"}},
+      {"diabetes",
+       {{"blood-glucose", "5"}},
+       "mmol",
+       {"--unit: \"mmol\" is not a unit of blood-glucose (mg/dL or mmol/L)"}},
+      {"weight", {{"bmi", "22"}}, "lb", {"--unit: \"lb\" given without --weight"}},
+  };
+  for (const auto& c : cases) {
+    BuildResult built = build(c.type, c.fields, c.unit);
+    EXPECT_EQ(built.errors, c.errors);
+    EXPECT_EQ(built.record, nullptr);
+  }
+}
+
+TEST(RecordBuilder, DefaultsAndTheOrderOfTimestampAndOffset) {
+  nyb::test::TimeZoneOverride paris("Europe/Paris");
+  // The timestamp's setter sets the device's offset; a given offset wins
+  // wherever it appears.
+  BuildResult given =
+      build("sleep", {{"utc-offset", "+05:00"}, {"timestamp", "2016-03-01T14:05:09Z"}});
+  NYBDictionary document = given.record->JSONObject();
+  EXPECT_EQ(document["utc_offset"], "+05:00");
+  EXPECT_EQ(document["timestamp"], "2016-03-01T14:05:09+00:00");
+
+  auto before = nyb::NYBDate::now();
+  BuildResult defaults = build("sleep", {{"deep", "80"}});
+  document = defaults.record->JSONObject();
+  auto timestamp = defaults.record->timestamp().date();
+  ASSERT_TRUE(timestamp.has_value());
+  EXPECT_GE(timestamp->timeIntervalSince1970(), std::floor(before.timeIntervalSince1970()));
+  EXPECT_LE(timestamp->timeIntervalSince1970(), nyb::NYBDate::now().timeIntervalSince1970());
+  EXPECT_TRUE(document["utc_offset"] == "+01:00" || document["utc_offset"] == "+02:00");
+  std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+  EXPECT_TRUE(std::regex_match(std::string(document["activity_id"].stringView()), uuid))
+      << document["activity_id"].description();
+  EXPECT_NE(newActivityID(), newActivityID());
+}
+
+TEST(RecordBuilder, DateTimesInEveryAcceptedForm) {
+  nyb::test::TimeZoneOverride paris("Europe/Paris");  // UTC+1 in March
+  const double instant = 1456841109;                  // 2016-03-01 14:05:09 UTC
+  EXPECT_EQ(parseDateTime("2016-03-01T14:05:09+00:00")->timeIntervalSince1970(), instant);
+  EXPECT_EQ(parseDateTime("2016-03-01T14:05:09Z")->timeIntervalSince1970(), instant);
+  EXPECT_EQ(parseDateTime("2016-03-01T09:05:09-05:00")->timeIntervalSince1970(), instant);
+  EXPECT_EQ(parseDateTime("2016-03-01T15:05:09")->timeIntervalSince1970(), instant);
+  EXPECT_EQ(parseDateTime("2016-03-01")->timeIntervalSince1970(), 1456790400 - 3600);
+  EXPECT_NEAR(parseDateTime("NOW")->timeIntervalSince1970(),
+              nyb::NYBDate::now().timeIntervalSince1970(), 5);
+  for (const char* bad :
+       {"", "2016-02-30T00:00:00Z", "2016-03-01T14:05", "14:05:09", "1456841109"}) {
+    EXPECT_FALSE(parseDateTime(bad).has_value()) << bad;
+  }
+}
+
+}  // namespace
+}  // namespace nymbrel

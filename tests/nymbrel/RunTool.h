@@ -1,0 +1,26 @@
+// Test support: runs the real nymbrel binary as a child process and collects
+// its exit status and both output streams (bounded wait). The child gets the
+// test's environment without any NYMBREL_* variable, plus those given.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace nyb::test {
+
+struct ToolRun {
+  int status = -1;  // the exit status; -1 when killed or timed out
+  std::string out;
+  std::string err;
+};
+
+ToolRun runTool(const std::vector<std::string>& arguments,
+                const std::map<std::string, std::string>& environment = {},
+                std::chrono::seconds timeout = std::chrono::seconds(120));
+
+// Writes a real PNG file (libpng) of the given size; gives its path.
+std::string writePng(const std::string& path, unsigned width, unsigned height);
+
+}  // namespace nyb::test

@@ -1,0 +1,97 @@
+#include "Options.h"
+
+#include <NymbrelCore/NYBConstants.h>
+#include <NymbrelCore/NYBDocuments.h>
+#include <NymbrelCore/NYBPlatformLog.h>
+#include <NymbrelCore/NYBURL.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <vector>
+
+#include "Errors.h"
+
+namespace nymbrel {
+
+void addDataDirOption(CLI::App& command, CommonOptions& options) {
+  command
+      .add_option("--data-dir", options.dataDir,
+                  "where the archive and the photos live (default: the library's documents "
+                  "directory, $XDG_DATA_HOME/nymbrel)")
+      ->envname("NYMBREL_DATA_DIR")
+      ->type_name("DIR");
+}
+
+void addServiceOptions(CLI::App& command, CommonOptions& options) {
+  command
+      .add_option("--server", options.server,
+                  "the service's base URL (default: " + std::string(NYB_DEFAULT_BASE_URL) + ")")
+      ->envname("NYMBREL_BASE_URL")
+      ->type_name("URL");
+  command.add_option("--org", options.org, "the user's organisation")
+      ->envname("NYMBREL_ORG")
+      ->type_name("ORG");
+  command.add_option("--user", options.user, "the user's identifier at the service")
+      ->envname("NYMBREL_USER")
+      ->type_name("USER");
+  command.add_option("--token", options.token, "the user's access token")
+      ->envname("NYMBREL_TOKEN")
+      ->type_name("TOKEN");
+  command
+      .add_option("--timeout", options.timeoutSeconds,
+                  "seconds to wait for the service before leaving the rest queued")
+      ->check(CLI::PositiveNumber)
+      ->default_val(60)
+      ->type_name("SECONDS");
+  command.add_flag("--discard-queue", options.discardQueue,
+                   "start a session for a different user even when records of the earlier "
+                   "one are still queued (they are dropped)");
+}
+
+void addVerboseOption(CLI::App& command, CommonOptions& options) {
+  command.add_flag("-v,--verbose", options.verbose, "show the library's log on standard error");
+}
+
+std::string documentsDirectory(const CommonOptions& options) {
+  if (!options.dataDir.empty()) return std::filesystem::absolute(options.dataDir).string();
+  return nyb::NYBDocuments::defaultDocumentsDirectory();
+}
+
+std::optional<UserCredentials> givenCredentials(const CommonOptions& options) {
+  if (options.org.empty() && options.user.empty() && options.token.empty()) return std::nullopt;
+  std::vector<std::string> missing;
+  if (options.org.empty()) missing.push_back("--org");
+  if (options.user.empty()) missing.push_back("--user");
+  if (options.token.empty()) missing.push_back("--token");
+  if (!missing.empty()) {
+    std::string list;
+    for (const auto& name : missing) list += (list.empty() ? "" : " and ") + name;
+    throw usageError("give --org, --user and --token together (missing " + list + ")");
+  }
+  return UserCredentials{options.org, options.user, options.token};
+}
+
+void configureLibrary(const CommonOptions& options) {
+  if (!options.server.empty()) {
+    auto url = nyb::NYBURL::URLWithString(options.server);
+    if (!url || (url->scheme() != "http" && url->scheme() != "https") || url->host().empty()) {
+      throw usageError("--server: \"" + options.server + "\" is not an http or https URL");
+    }
+    // The library reads its base URL from the environment once, on first use.
+    ::setenv("NYMBREL_BASE_URL", options.server.c_str(), 1);
+  }
+  if (!options.dataDir.empty())
+    nyb::NYBDocuments::setDocumentsDirectory(documentsDirectory(options));
+  if (options.verbose) {
+    nyb::NYBSetPlatformLogSink([](std::string_view line) {
+      std::cerr << "nymbrel: library: " << line << (line.ends_with('\n') ? "" : "\n");
+    });
+  } else {
+    nyb::NYBSetPlatformLogSink([](std::string_view) {});
+  }
+}
+
+std::string baseURL() { return std::string(nyb::kNYBRequestBaseURLString.value()); }
+
+}  // namespace nymbrel
