@@ -119,8 +119,10 @@ void NYBSession::endSession() {
       [self = std::static_pointer_cast<NYBSession>(shared_from_this()), archive]() mutable {
         std::error_code ignored;
         std::filesystem::remove(archive, ignored);
-        NYBDispatchQueue::main().async(
-            [self = std::move(self)] { self->archiveWorkPending_.fetch_sub(1); });
+        NYBDispatchQueue::main().async([self = std::move(self)]() mutable {
+          const std::shared_ptr<NYBSession> owner = std::move(self);  // let go in the body
+          owner->archiveWorkPending_.fetch_sub(1);
+        });
       });
   if (respondsToEndHealthKitSession()) endHealthKitSession();
   apiClient_ = nullptr;

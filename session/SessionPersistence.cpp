@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDocuments.h"
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBKeyedArchiver.h"
@@ -52,7 +53,7 @@ std::shared_ptr<NYBSessionData> snapshotOf(const std::shared_ptr<NYBSessionData>
 
 // A process killed in the middle of a write leaves its temporary file
 // (".sessionData.XXXXXX", beside the archive) behind; nothing else would ever
-// remove it.
+// remove it. Called only while this session has no write of its own queued.
 void removeStaleTemporaryFiles(const std::filesystem::path& archive) {
   const std::string prefix = "." + archive.filename().string() + ".";
   std::error_code error;
@@ -81,6 +82,10 @@ NYBData readWholeFile(const std::filesystem::path& path) {
   return NYBData(std::move(bytes));
 }
 
+NYBException damage(std::string reason) {
+  return NYBException(std::string(kNYBInvalidUnarchiveOperationException), std::move(reason));
+}
+
 }  // namespace
 
 NYBURL NYBSession::sessionDataURL() const {
@@ -89,7 +94,7 @@ NYBURL NYBSession::sessionDataURL() const {
 
 void NYBSession::loadSession() {
   const std::filesystem::path path = archivePath();
-  removeStaleTemporaryFiles(path);
+  if (!writeInProgress_.load() && archiveWorkPending_.load() == 0) removeStaleTemporaryFiles(path);
   std::error_code error;
   if (!std::filesystem::exists(path, error)) return;
   try {
@@ -100,9 +105,12 @@ void NYBSession::loadSession() {
       return;
     }
     auto restored = root.objectAs<NYBSessionData>();
-    if (!restored) {
-      throw NYBException(std::string(kNYBInvalidUnarchiveOperationException),
-                         "The archive's root object is not session data");
+    if (!restored) throw damage("The archive's root object is not session data");
+    // The queue is sent as it is: anything in it but records is damage too.
+    if (const NYBArray* queue = restored->records().array()) {
+      for (const NYBDynamicValue& each : *queue) {
+        if (!each.objectAs<NYBRecord>()) throw damage("The archived queue holds a non-record");
+      }
     }
     sessionData_ = std::move(restored);
   } catch (const NYBException& exception) {
@@ -142,9 +150,10 @@ void NYBSession::saveSessionData() {
     task->end();
     // The session is let go on the main thread, where it lives; the follow-up
     // save, if asked for, snapshots the newest state there.
-    NYBDispatchQueue::main().async([self = std::move(self), followUp] {
-      if (followUp) self->saveSessionData();
-      self->archiveWorkPending_.fetch_sub(1);
+    NYBDispatchQueue::main().async([self = std::move(self), followUp]() mutable {
+      const std::shared_ptr<NYBSession> owner = std::move(self);  // let go in the body
+      if (followUp) owner->saveSessionData();
+      owner->archiveWorkPending_.fetch_sub(1);
     });
   });
 }

@@ -90,20 +90,23 @@ void NYBSession::processRecords() {
   if (!sessionData_ || !sessionData_->hasRecords()) return;
   if (processingRecord_) return;
   processingRecord_ = sessionData_->peekNextRecord();
+  if (!processingRecord_) return;
   auto task = session::BackgroundTask::begin();
 
   std::shared_ptr<NYBAPIClient> client = apiClient();
   if (!client) {
     // No user, no client: the record stays marked in flight and the queue
-    // stalls until a session is started again, but no request will ever end
-    // this task.
+    // stalls, as it always has; but no answer will ever end this task.
     task->end();
     return;
   }
   auto self = std::static_pointer_cast<NYBSession>(shared_from_this());
   NYBAPICompletion completion = [self, task](NYBDynamicValue result,
-                                             std::shared_ptr<NYBError> error) {
-    NYBSession& session = *self;
+                                             std::shared_ptr<NYBError> error) mutable {
+    // Held in the body, so that the session is never let go inside the
+    // destruction of the block.
+    const std::shared_ptr<NYBSession> owner = std::move(self);
+    NYBSession& session = *owner;
     if (!session.processingRecord_) {
       session.saveSessionData();
       session.processingRecord_ = nullptr;
@@ -173,39 +176,40 @@ void NYBSession::processImages() {
     return;
   }
   auto self = std::static_pointer_cast<NYBSession>(shared_from_this());
-  client->uploadImage(std::move(image), processingRecord_,
-                      [self, task](NYBDynamicValue result, std::shared_ptr<NYBError> error) {
-                        NYBSession& session = *self;
-                        const std::shared_ptr<NYBSessionData> data = session.sessionData_;
-                        std::shared_ptr<NYBRecord> record = session.processingRecord_;
-                        bool continueQueue = false;
-                        if (error) {
-                          log("NYBSesssion upload image. Error: {}", error->localizedDescription());
-                          if (session::isServiceRefusal(error)) {
-                            post(kNYBRecordImageSubmissionFailedNotification, record,
-                                 errorInfo(error));
-                            if (data) data->removeImageForRecord(record);
-                            continueQueue = true;
-                          }
-                        } else {
-                          // The photo is dropped while the record still equals its key.
-                          if (data) data->removeImageForRecord(record);
-                          if (auto media = result.objectAs<NYBMedia>(); media && record) {
-                            // On a copy: the queued record may be in a snapshot that the
-                            // write queue is archiving right now.
-                            record = record->copyAs<NYBRecord>();
-                            record->addMedia(media);
-                            session.processingRecord_ = record;
-                          }
-                          post(kNYBRecordImageSubmittedNotification, record);
-                          if (data && !data->hasImages()) data->eraseImageDirectoryContents();
-                          continueQueue = true;
-                        }
-                        session.saveSessionData();
-                        session.processingRecord_ = nullptr;
-                        if (continueQueue) session.processQueue();
-                        task->end();
-                      });
+  client->uploadImage(
+      std::move(image), processingRecord_,
+      [self, task](NYBDynamicValue result, std::shared_ptr<NYBError> error) mutable {
+        const std::shared_ptr<NYBSession> owner = std::move(self);
+        NYBSession& session = *owner;
+        const std::shared_ptr<NYBSessionData> data = session.sessionData_;
+        std::shared_ptr<NYBRecord> record = session.processingRecord_;
+        bool continueQueue = false;
+        if (error) {
+          log("NYBSesssion upload image. Error: {}", error->localizedDescription());
+          if (session::isServiceRefusal(error)) {
+            post(kNYBRecordImageSubmissionFailedNotification, record, errorInfo(error));
+            if (data) data->removeImageForRecord(record);
+            continueQueue = true;
+          }
+        } else {
+          // The photo is dropped while the record still equals its key.
+          if (data) data->removeImageForRecord(record);
+          if (auto media = result.objectAs<NYBMedia>(); media && record) {
+            // On a copy: the queued record may be in a snapshot that the
+            // write queue is archiving right now.
+            record = record->copyAs<NYBRecord>();
+            record->addMedia(media);
+            session.processingRecord_ = record;
+          }
+          post(kNYBRecordImageSubmittedNotification, record);
+          if (data && !data->hasImages()) data->eraseImageDirectoryContents();
+          continueQueue = true;
+        }
+        session.saveSessionData();
+        session.processingRecord_ = nullptr;
+        if (continueQueue) session.processQueue();
+        task->end();
+      });
 }
 
 }  // namespace nyb

@@ -15,11 +15,13 @@
 // reachability changes registered, its own internet-connection monitor made
 // and started, the archive of an earlier run loaded, the queue processed) and
 // is released by its last owner, which removes its observer and stops its
-// monitor. All sessions keep their archive, "sessionData", in the documents
-// directory (NYBDocuments) as it is when each save or load happens, and the
-// photos in its "images" folder, so two live sessions must not share a
-// documents directory. A session owns its session data, its API client, its
-// monitor and, while a request is in flight, the one processingRecord.
+// monitor. Requests and writes in flight hold the session until their ends
+// have been delivered on the main queue, so the last release happens on the
+// main thread when the owner lets go there. All sessions keep their archive, "sessionData", in the
+// documents directory (NYBDocuments) as it is when each save or load happens, and the photos in its
+// "images" folder, so two live sessions must not share a documents directory. A session owns its
+// session data, its API client, its monitor and, while a request is in flight, the one
+// processingRecord.
 //
 // Records. The queue holds the session's own copies of the records it is
 // given, so the caller may go on changing its objects. Once queued, a record
@@ -37,9 +39,10 @@
 // Saving takes a snapshot of the session data on the main thread and archives
 // it on one serial write queue shared by every session of the process; a
 // burst of saves during a write folds into one more write, so a burst costs
-// at most two writes. The two write
-// flags are the only state the write queue touches. Background tasks keep a
-// request or a write alive; each is ended exactly once.
+// at most two writes. The two write flags are the only state the write queue
+// touches. Background tasks keep a request or a write alive; each is ended
+// exactly once. A reachability change from any monitor makes every session
+// process its queue, on the thread that posts it.
 #pragma once
 
 #include <atomic>

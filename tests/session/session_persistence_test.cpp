@@ -122,13 +122,30 @@ TEST_F(SessionPersistence, AnArchiveOfNoSessionLoadsAsNoSession) {
   auto next = NYBSession::sessionWithConfiguration({reachability});
   EXPECT_EQ(next->sessionData(), nullptr);
   EXPECT_EQ(log.lines().size(), 1U);  // the library description only
-  // An archive whose root is some other object is damage, not a session.
-  std::ofstream(documents.path() / "sessionData", std::ios::binary | std::ios::trunc)
-      << NYBKeyedArchiver::archivedDataWithRootObject(testUser()).view();
-  log.clear();
-  EXPECT_EQ(NYBSession::sessionWithConfiguration({reachability})->sessionData(), nullptr);
-  ASSERT_EQ(log.lines().size(), 2U);
-  EXPECT_EQ(log.lines()[1].rfind("Caught decoding exception: ", 0), 0U);
+  // An archive whose root is some other object, or whose queue holds
+  // something else than records, is damage, not a session.
+  auto strange = std::make_shared<NYBSessionData>(testUser());
+  strange->setRecords(NYBArray{weight("fine"), testUser()});
+  for (const NYBDynamicValue& root : {NYBDynamicValue(testUser()), NYBDynamicValue(strange)}) {
+    std::ofstream(documents.path() / "sessionData", std::ios::binary | std::ios::trunc)
+        << NYBKeyedArchiver::archivedDataWithRootObject(root).view();
+    log.clear();
+    EXPECT_EQ(NYBSession::sessionWithConfiguration({reachability})->sessionData(), nullptr);
+    ASSERT_EQ(log.lines().size(), 2U);
+    EXPECT_EQ(log.lines()[1].rfind("Caught decoding exception: ", 0), 0U);
+  }
+}
+
+// The write queue hands its hold on the session back to the main thread; a
+// session released while such work is pending goes when that work is done
+// there (and its monitor with it, on the thread that started it).
+TEST_F(SessionPersistence, ASessionReleasedWithArchiveWorkPendingGoesOnTheMainThread) {
+  makeSession()->startSessionWithUser(testUser());
+  session->endSession();  // a write and a deletion queued
+  std::weak_ptr<NYBSession> released = session;
+  session.reset();
+  ASSERT_TRUE(runUntil([&] { return released.expired(); }));
+  EXPECT_FALSE(fs::exists(documents.path() / "sessionData"));
 }
 
 }  // namespace
