@@ -5,6 +5,8 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <memory>
+#include <new>
 #include <utility>
 
 #include "NymbrelCore/NYBException.h"
@@ -74,17 +76,16 @@ std::optional<NYBData> NYBImage::PNGRepresentation() const {
   image.height = static_cast<png_uint_32>(height_);
   image.format = PNG_FORMAT_RGBA;
   image.flags = PNG_IMAGE_FLAG_FAST;
-  png_alloc_size_t size = 0;
-  if (png_image_write_to_memory(&image, nullptr, &size, 0, pixels_.data(), 0, nullptr) == 0) {
+  // One pass into a buffer of the largest size the encoder can produce:
+  // asking for the size first would compress the whole image twice.
+  png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
+  std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow) std::uint8_t[size]);
+  if (!buffer ||
+      png_image_write_to_memory(&image, buffer.get(), &size, 0, pixels_.data(), 0, nullptr) == 0) {
     png_image_free(&image);
     return std::nullopt;
   }
-  std::vector<std::uint8_t> bytes(size);
-  if (png_image_write_to_memory(&image, bytes.data(), &size, 0, pixels_.data(), 0, nullptr) == 0) {
-    png_image_free(&image);
-    return std::nullopt;
-  }
-  bytes.resize(size);
+  std::vector<std::uint8_t> bytes(buffer.get(), buffer.get() + size);
   return NYBData(std::move(bytes));
 }
 

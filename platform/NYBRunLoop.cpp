@@ -237,6 +237,9 @@ std::size_t NYBRunLoop::runOnce(Clock::duration wait) {
     s.tasks.pop_front();
     lock.unlock();
     if (task) task();
+    // Released before the lock is taken again: what the block captured may
+    // touch this loop when it is destroyed (a monitor stopping its notifier).
+    task = nullptr;
     ++ran;
     lock.lock();
     if (s.stopRequested) return ran;  // the rest waits for the next run
