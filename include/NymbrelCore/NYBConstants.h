@@ -73,6 +73,24 @@ namespace nyb {
 
 // ---- Session ---------------------------------------------------------------
 
+// The domain of the session's own errors (NYBSessionErrorCode).
+inline constexpr std::string_view kNYBSessionErrorDomain = "NYBSessionErrorDomain";
+// A record was accepted; the object is the record as the service returned it.
+inline constexpr std::string_view kNYBRecordSubmittedNotification =
+    "kNYBRecordSubmittedNotification";
+// The service refused a record (HTTP 400 to 499) and it was dropped; the
+// object is the queued record, the user information holds the error under
+// "error".
+inline constexpr std::string_view kNYBRecordSubmissionFailedNotification =
+    "kNYBRecordSubmissionFailedNotification";
+// A photo was uploaded; the object is its record with the returned media added.
+inline constexpr std::string_view kNYBRecordImageSubmittedNotification =
+    "kNYBRecordImageSubmittedNotification";
+// A photo was refused (HTTP 400 to 499) or could not be read back and was
+// dropped; the object is its record, the error is under "error".
+inline constexpr std::string_view kNYBRecordImageSubmissionFailedNotification =
+    "kNYBRecordImageSubmissionFailedNotification";
+
 // Posted on the default notification centre when a reachability monitor's
 // target changes; the object is the monitor, there is no user information.
 inline constexpr std::string_view kReachabilityChangedNotification =

@@ -45,6 +45,8 @@
 // process its queue, on the thread that posts it.
 #pragma once
 
+#include "NymbrelCore/NYBConstants.h"
+
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -69,26 +71,6 @@
 #include "NymbrelCore/NYBUser.h"
 
 namespace nyb {
-
-// ---- Constants ---------------------------------------------------------------
-
-// The domain of the session's own errors (NYBSessionErrorCode).
-inline constexpr std::string_view kNYBSessionErrorDomain = "NYBSessionErrorDomain";
-// A record was accepted; the object is the record as the service returned it.
-inline constexpr std::string_view kNYBRecordSubmittedNotification =
-    "kNYBRecordSubmittedNotification";
-// The service refused a record (HTTP 400 to 499) and it was dropped; the
-// object is the queued record, the user information holds the error under
-// "error".
-inline constexpr std::string_view kNYBRecordSubmissionFailedNotification =
-    "kNYBRecordSubmissionFailedNotification";
-// A photo was uploaded; the object is its record with the returned media added.
-inline constexpr std::string_view kNYBRecordImageSubmittedNotification =
-    "kNYBRecordImageSubmittedNotification";
-// A photo was refused (HTTP 400 to 499) or could not be read back and was
-// dropped; the object is its record, the error is under "error".
-inline constexpr std::string_view kNYBRecordImageSubmissionFailedNotification =
-    "kNYBRecordImageSubmissionFailedNotification";
 
 enum NYBSessionErrorCode : std::int64_t {
   // The photo queued for a record could not be loaded from its file.
