@@ -37,12 +37,11 @@ NYBPropertyTable benchProperties() {
       .field("validated", &BenchRecord::validated);
   NYBPropertyTable built = table.build();
   for (int i = 0; i < kFields; ++i) {
-    built.add({"field" + std::to_string(i), NYBPropertyKind::Object,
-               [i](const NYBModel& m) { return static_cast<const BenchRecord&>(m).values[i]; },
-               [i](NYBModel& m, const NYBDynamicValue& v) {
-                 static_cast<BenchRecord&>(m).values[i] = v;
-               },
-               nullptr});
+    built.add(
+        {"field" + std::to_string(i), NYBPropertyKind::Object,
+         [i](const NYBModel& m) { return static_cast<const BenchRecord&>(m).values[i]; },
+         [i](NYBModel& m, const NYBDynamicValue& v) { static_cast<BenchRecord&>(m).values[i] = v; },
+         nullptr});
   }
   return built;
 }
@@ -52,14 +51,16 @@ NYBKeyMap benchKeys() {
                  {"source", "source"},
                  {"heartRate", "heart_rate"},
                  {"validated", "validated"}};
-  for (int i = 0; i < kFields; ++i) keys.emplace_back("field" + std::to_string(i), "field_" + std::to_string(i));
+  for (int i = 0; i < kFields; ++i)
+    keys.emplace_back("field" + std::to_string(i), "field_" + std::to_string(i));
   return keys;
 }
 
 std::shared_ptr<NYBValueTransformer> timestampTransformer(const NYBModelClass&) {
   return NYBValueTransformer::transformerUsingForwardBlock(
       [](const NYBDynamicValue& v) -> NYBDynamicValue {
-        return NYBFormatter::sharedFormatter().ISO8601DateTimeFormatter()->dateFromString(v.stringView());
+        return NYBFormatter::sharedFormatter().ISO8601DateTimeFormatter()->dateFromString(
+            v.stringView());
       },
       [](const NYBDynamicValue& v) -> NYBDynamicValue {
         return NYBFormatter::sharedFormatter().ISO8601DateTimeFormatter()->stringFromDate(v.date());
@@ -69,9 +70,11 @@ std::shared_ptr<NYBValueTransformer> timestampTransformer(const NYBModelClass&) 
 }  // namespace
 
 const NYBModelClass& BenchRecord::staticClass() {
-  static const NYBModelClass cls({"BenchRecord", &NYBModel::staticClass(),
+  static const NYBModelClass cls({"BenchRecord",
+                                  &NYBModel::staticClass(),
                                   [] { return std::make_shared<BenchRecord>(); },
-                                  benchProperties(), benchKeys(),
+                                  benchProperties(),
+                                  benchKeys(),
                                   {{"timestampTransformer", timestampTransformer}}});
   return cls;
 }

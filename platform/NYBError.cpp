@@ -38,7 +38,9 @@ std::string NYBError::description() const {
   return out;
 }
 
-std::size_t NYBError::hash() const { return hashing::bytes(domain_) ^ static_cast<std::size_t>(code_); }
+std::size_t NYBError::hash() const {
+  return hashing::bytes(domain_) ^ static_cast<std::size_t>(code_);
+}
 
 bool NYBError::isEqual(const NYBObject& other) const {
   if (this == &other) return true;

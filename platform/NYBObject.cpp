@@ -72,7 +72,9 @@ const NYBClass& NYBObject::staticClass() {
 
 const NYBClass& NYBObject::classObject() const { return staticClass(); }
 
-bool NYBObject::isKindOfClass(const NYBClass& c) const { return classObject().isSubclassOfClass(c); }
+bool NYBObject::isKindOfClass(const NYBClass& c) const {
+  return classObject().isSubclassOfClass(c);
+}
 
 bool NYBObject::isMemberOfClass(const NYBClass& c) const { return &classObject() == &c; }
 
@@ -89,8 +91,8 @@ std::size_t NYBObject::hash() const { return reinterpret_cast<std::uintptr_t>(th
 bool NYBObject::isEqual(const NYBObject& other) const { return this == &other; }
 
 void NYBObject::encodeWithCoder(NYBKeyedArchiver&) const {
-  throw NYBInvalidArgumentException("*** -encodeWithCoder: unrecognized selector sent to instance " +
-                                    identityDescription());
+  throw NYBInvalidArgumentException(
+      "*** -encodeWithCoder: unrecognized selector sent to instance " + identityDescription());
 }
 
 }  // namespace nyb

@@ -15,10 +15,28 @@ bool isHex(char c) {
 bool isURLCharacter(char c) {
   if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
   switch (c) {
-    case '-': case '.': case '_': case '~':                      // unreserved
-    case ':': case '/': case '?': case '#': case '[': case ']': case '@':  // gen-delims
-    case '!': case '$': case '&': case '\'': case '(': case ')':
-    case '*': case '+': case ',': case ';': case '=':            // sub-delims
+    case '-':
+    case '.':
+    case '_':
+    case '~':  // unreserved
+    case ':':
+    case '/':
+    case '?':
+    case '#':
+    case '[':
+    case ']':
+    case '@':  // gen-delims
+    case '!':
+    case '$':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case '*':
+    case '+':
+    case ',':
+    case ';':
+    case '=':  // sub-delims
       return true;
     default:
       return false;
@@ -74,7 +92,9 @@ std::optional<NYBURL> NYBURL::URLWithString(std::string_view text) {
   return NYBURL(std::string(text));
 }
 
-NYBURL NYBURL::fileURLWithPath(std::string_view path) { return NYBURL("file://" + std::string(path)); }
+NYBURL NYBURL::fileURLWithPath(std::string_view path) {
+  return NYBURL("file://" + std::string(path));
+}
 
 std::string NYBURL::scheme() const { return std::string(split(text_).scheme); }
 

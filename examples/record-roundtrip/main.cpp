@@ -25,13 +25,14 @@ int main() {
   std::cout << *json << "\n";
 
   NYBData archive = NYBKeyedArchiver::archivedDataWithRootObject(weight);
-  auto restored = NYBKeyedUnarchiver::unarchivedObjectWithData(archive, &error).objectAs<NYBWeight>();
+  auto restored =
+      NYBKeyedUnarchiver::unarchivedObjectWithData(archive, &error).objectAs<NYBWeight>();
   if (!restored || !restored->isEqual(*weight)) {
     std::cerr << "the archived record did not come back equal\n";
     return 1;
   }
   std::cout << "archived " << archive.length() << " bytes; the record came back equal ("
-            << restored->weightWithUnit(NYBWeightUnitPounds).description() << " lb = "
-            << restored->weight().description() << " kg)\n";
+            << restored->weightWithUnit(NYBWeightUnitPounds).description()
+            << " lb = " << restored->weight().description() << " kg)\n";
   return 0;
 }

@@ -41,8 +41,12 @@ class NYBDictionary {
   const NYBDynamicValue& operator[](std::string_view key) const;
   const NYBDynamicValue* find(const NYBDynamicValue& key) const;
   const NYBDynamicValue* find(std::string_view key) const;
-  const NYBDynamicValue& operator[](const std::string& key) const { return (*this)[std::string_view(key)]; }
-  const NYBDynamicValue& operator[](const char* key) const { return (*this)[std::string_view(key)]; }
+  const NYBDynamicValue& operator[](const std::string& key) const {
+    return (*this)[std::string_view(key)];
+  }
+  const NYBDynamicValue& operator[](const char* key) const {
+    return (*this)[std::string_view(key)];
+  }
   const NYBDynamicValue* find(const std::string& key) const { return find(std::string_view(key)); }
   const NYBDynamicValue* find(const char* key) const { return find(std::string_view(key)); }
   bool contains(std::string_view key) const { return find(key) != nullptr; }

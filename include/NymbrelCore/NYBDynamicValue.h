@@ -63,10 +63,10 @@ class NYBDynamicValue {
   // The null marker.
   static NYBDynamicValue null();
 
-  NYBDynamicValue(std::string_view text);   // NOLINT(runtime/explicit)
-  NYBDynamicValue(const char* text);        // NOLINT(runtime/explicit)
+  NYBDynamicValue(std::string_view text);    // NOLINT(runtime/explicit)
+  NYBDynamicValue(const char* text);         // NOLINT(runtime/explicit)
   NYBDynamicValue(const std::string& text);  // NOLINT(runtime/explicit)
-  NYBDynamicValue(std::string&& text);      // NOLINT(runtime/explicit)
+  NYBDynamicValue(std::string&& text);       // NOLINT(runtime/explicit)
 
   template <typename T,
             std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>, int> = 0>
@@ -78,18 +78,19 @@ class NYBDynamicValue {
     }
   }
   NYBDynamicValue(double number) : storage_(std::in_place_index<kRealIndex>, number) {}  // NOLINT
-  NYBDynamicValue(bool flag) : storage_(std::in_place_index<kBooleanIndex>, flag) {}   // NOLINT
-  NYBDynamicValue(NYBDecimal decimal);   // NOLINT(runtime/explicit)
-  NYBDynamicValue(NYBDate date);         // NOLINT(runtime/explicit)
-  NYBDynamicValue(NYBDictionary dictionary);  // NOLINT(runtime/explicit)
-  NYBDynamicValue(NYBArray array);       // NOLINT(runtime/explicit)
-  NYBDynamicValue(NYBData data);         // NOLINT(runtime/explicit)
-  NYBDynamicValue(NYBURL url);           // NOLINT(runtime/explicit)
+  NYBDynamicValue(bool flag) : storage_(std::in_place_index<kBooleanIndex>, flag) {}     // NOLINT
+  NYBDynamicValue(NYBDecimal decimal);                               // NOLINT(runtime/explicit)
+  NYBDynamicValue(NYBDate date);                                     // NOLINT(runtime/explicit)
+  NYBDynamicValue(NYBDictionary dictionary);                         // NOLINT(runtime/explicit)
+  NYBDynamicValue(NYBArray array);                                   // NOLINT(runtime/explicit)
+  NYBDynamicValue(NYBData data);                                     // NOLINT(runtime/explicit)
+  NYBDynamicValue(NYBURL url);                                       // NOLINT(runtime/explicit)
   NYBDynamicValue(std::shared_ptr<const NYBDictionary> dictionary);  // NOLINT
   NYBDynamicValue(std::shared_ptr<const NYBArray> array);            // NOLINT
   NYBDynamicValue(std::shared_ptr<NYBObject> object);                // NOLINT
-  template <typename T, std::enable_if_t<std::is_base_of_v<NYBObject, T> &&
-                                             !std::is_same_v<T, NYBObject>, int> = 0>
+  template <
+      typename T,
+      std::enable_if_t<std::is_base_of_v<NYBObject, T> && !std::is_same_v<T, NYBObject>, int> = 0>
   NYBDynamicValue(std::shared_ptr<T> object)  // NOLINT(runtime/explicit)
       : NYBDynamicValue(std::static_pointer_cast<NYBObject>(std::move(object))) {}
   // Absent when the optional is empty.

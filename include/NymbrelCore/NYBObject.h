@@ -89,9 +89,9 @@ class NYBObject : public std::enable_shared_from_this<NYBObject> {
 // Declares the class-object accessors of a class. ClassObjectType is the type
 // of its class object (the superclass's type when the class adds no
 // class-level operations).
-#define NYB_DECLARE_CLASS(ClassObjectType)           \
- public:                                             \
-  static const ClassObjectType& staticClass();       \
+#define NYB_DECLARE_CLASS(ClassObjectType)     \
+ public:                                       \
+  static const ClassObjectType& staticClass(); \
   const ClassObjectType& classObject() const override { return staticClass(); }
 
 }  // namespace nyb

@@ -64,7 +64,9 @@ class NYBPropertyTable::Builder {
   // A property backed by a field, set by a plain store (or, when read-only, by
   // generic set storing into the field: the effect is the same).
   Builder& field(std::string name, Field member) {
-    auto store = [member](NYBModel& m, const NYBDynamicValue& v) { static_cast<T&>(m).*member = v; };
+    auto store = [member](NYBModel& m, const NYBDynamicValue& v) {
+      static_cast<T&>(m).*member = v;
+    };
     table_.add({std::move(name), NYBPropertyKind::Object,
                 [member](const NYBModel& m) { return static_cast<const T&>(m).*member; }, store,
                 store});
@@ -72,10 +74,11 @@ class NYBPropertyTable::Builder {
   }
   // A property backed by a field whose setter has side effects.
   Builder& field(std::string name, Field member, Setter setter) {
-    table_.add({std::move(name), NYBPropertyKind::Object,
-                [member](const NYBModel& m) { return static_cast<const T&>(m).*member; },
-                [setter](NYBModel& m, const NYBDynamicValue& v) { (static_cast<T&>(m).*setter)(v); },
-                [member](NYBModel& m, const NYBDynamicValue& v) { static_cast<T&>(m).*member = v; }});
+    table_.add(
+        {std::move(name), NYBPropertyKind::Object,
+         [member](const NYBModel& m) { return static_cast<const T&>(m).*member; },
+         [setter](NYBModel& m, const NYBDynamicValue& v) { (static_cast<T&>(m).*setter)(v); },
+         [member](NYBModel& m, const NYBDynamicValue& v) { static_cast<T&>(m).*member = v; }});
     return *this;
   }
   // A property without a field, computed by its getter; settable only when it
@@ -95,11 +98,10 @@ class NYBPropertyTable::Builder {
     auto store = [member](NYBModel& m, const NYBDynamicValue& v) {
       static_cast<T&>(m).*member = v.unsignedValue();
     };
-    table_.add({std::move(name), NYBPropertyKind::Unsigned,
-                [member](const NYBModel& m) {
-                  return NYBDynamicValue(static_cast<const T&>(m).*member);
-                },
-                store, store});
+    table_.add(
+        {std::move(name), NYBPropertyKind::Unsigned,
+         [member](const NYBModel& m) { return NYBDynamicValue(static_cast<const T&>(m).*member); },
+         store, store});
     return *this;
   }
   // A boolean scalar field, boxed as a boolean number.
@@ -107,11 +109,10 @@ class NYBPropertyTable::Builder {
     auto store = [member](NYBModel& m, const NYBDynamicValue& v) {
       static_cast<T&>(m).*member = v.boolValue();
     };
-    table_.add({std::move(name), NYBPropertyKind::Boolean,
-                [member](const NYBModel& m) {
-                  return NYBDynamicValue(static_cast<const T&>(m).*member);
-                },
-                store, store});
+    table_.add(
+        {std::move(name), NYBPropertyKind::Boolean,
+         [member](const NYBModel& m) { return NYBDynamicValue(static_cast<const T&>(m).*member); },
+         store, store});
     return *this;
   }
 

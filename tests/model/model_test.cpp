@@ -113,8 +113,8 @@ TEST(ModelBase, JSONObjectFollowsTheKeyMapAndLeavesOutWhatIsUnset) {
   person->identifier = NYBDynamicValue::null();
   NYBDictionary json = person->JSONObject();
 
-  std::vector<std::string> expectedOrder = {"name", "birth_day", "address", "tags", "city",
-                                            "age",  "active"};
+  std::vector<std::string> expectedOrder = {"name", "birth_day", "address", "tags",
+                                            "city", "age",       "active"};
   EXPECT_EQ(json.stringKeys(), expectedOrder)
       << "keys in key-map order; unset, null-marker, one-way-transformed-but-unset and "
          "non-property keys left out";
@@ -170,7 +170,9 @@ TEST(ModelBase, ClassLevelOperationsDispatchOnTheReceivingClass) {
 
 TEST(ModelBase, JSONObjectRefusesAReverseTransformerThatGivesNothing) {
   static const NYBModelClass brokenClass(
-      {"TestBroken", &NYBModel::staticClass(), [] { return std::make_shared<TestAddress>(); },
+      {"TestBroken",
+       &NYBModel::staticClass(),
+       [] { return std::make_shared<TestAddress>(); },
        NYBPropertyTable::of<TestAddress>()
            .field("street", &TestAddress::street)
            .field("city", &TestAddress::city),
@@ -238,8 +240,7 @@ TEST(ModelBase, EqualityNeedsTheExactClassAndEqualValues) {
 TEST(ModelBase, DescriptionNamesTheClassTheAddressAndTheValues) {
   auto person = samplePerson();
   std::string text = person->description();
-  EXPECT_TRUE(std::regex_search(text, std::regex("^<TestPerson: 0x[0-9a-f]+>\n\\{\n")))
-      << text;
+  EXPECT_TRUE(std::regex_search(text, std::regex("^<TestPerson: 0x[0-9a-f]+>\n\\{\n"))) << text;
   EXPECT_NE(text.find("    name = \"Ada Lovelace\";\n"), std::string::npos) << text;
   EXPECT_NE(text.find("    age = 36;\n"), std::string::npos) << text;
   EXPECT_NE(text.find("    identifier = \"<null>\";\n"), std::string::npos) << text;

@@ -23,8 +23,8 @@ TEST(ValueTransformer, FactoriesGiveTheClassThatDecidesReversal) {
   EXPECT_FALSE(oneWay->reverseBlock());
 
   // Two functions always give the reversible class, whatever class is asked.
-  auto twoWay = NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent,
-                                                                  emptyArrayForAbsent);
+  auto twoWay =
+      NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent, emptyArrayForAbsent);
   EXPECT_EQ(&twoWay->classObject(), &NYBReversibleValueTransformer::staticClass());
   EXPECT_TRUE(twoWay->allowsReverseTransformation());
 
@@ -67,8 +67,7 @@ TEST(SharedFormatter, DateFormattersWriteAndReadTheFixedShapes) {
             "2016-03-01T09:05:09-05:00");
   EXPECT_EQ(shared.ISO8601DateFormatter()->stringFromDate(instant), "2016-03-01");
   EXPECT_EQ(shared.timeZoneFormatter()->stringFromDate(instant), "-05:00");
-  EXPECT_EQ(shared.ISO8601DateTimeFormatter()->dateFromString("2016-03-01 14:05:09"),
-            std::nullopt);
+  EXPECT_EQ(shared.ISO8601DateTimeFormatter()->dateFromString("2016-03-01 14:05:09"), std::nullopt);
   EXPECT_EQ(shared.ISO8601DateTimeFormatter()->stringFromDate(std::nullopt), std::nullopt);
   {
     test::TimeZoneOverride utc("UTC");

@@ -115,10 +115,10 @@ TEST(DynamicValue, DescriptionsFollowThePlatformsShapes) {
   EXPECT_EQ(NYBDynamicValue(true).description(), "1");
   EXPECT_EQ(NYBDynamicValue(NYBDate(1456841109)).description(), "2016-03-01 14:05:09 +0000");
   NYBDictionary d{{"plain", "word"}, {"two words", NYBArray{1, NYBDynamicValue::null()}}};
-  EXPECT_EQ(d.description(),
-            "{\n    plain = word;\n    \"two words\" = (\n        1,\n        \"<null>\"\n    );\n}");
-  EXPECT_EQ(NYBData(std::string_view("\x01\xff", 2)).description(),
-            "{length = 2, bytes = 0x01ff}");
+  EXPECT_EQ(
+      d.description(),
+      "{\n    plain = word;\n    \"two words\" = (\n        1,\n        \"<null>\"\n    );\n}");
+  EXPECT_EQ(NYBData(std::string_view("\x01\xff", 2)).description(), "{length = 2, bytes = 0x01ff}");
 }
 
 TEST(URL, AcceptsOnlyURLCharactersAndSplitsComponents) {

@@ -47,10 +47,9 @@ std::shared_ptr<NYBValueTransformer> kindTransformer(const NYBModelClass& receiv
 }
 
 NYBKeyMap personKeys() {
-  return {{"name", "name"},         {"birthday", "birth_day"}, {"address", "address"},
-          {"tags", "tags"},         {"city", "city"},          {"identifier", "_id"},
-          {"kind", "kind"},         {"age", "age"},            {"active", "active"},
-          {"notAProperty", "ghost"}};
+  return {{"name", "name"},     {"birthday", "birth_day"}, {"address", "address"}, {"tags", "tags"},
+          {"city", "city"},     {"identifier", "_id"},     {"kind", "kind"},       {"age", "age"},
+          {"active", "active"}, {"notAProperty", "ghost"}};
 }
 
 }  // namespace
@@ -67,7 +66,8 @@ NYBDynamicValue TestCircle::area() const {
 }
 
 const NYBModelClass& TestCircle::staticClass() {
-  static const NYBModelClass cls({"TestCircle", &NYBModel::staticClass(),
+  static const NYBModelClass cls({"TestCircle",
+                                  &NYBModel::staticClass(),
                                   [] { return std::make_shared<TestCircle>(); },
                                   NYBPropertyTable::of<TestCircle>()
                                       .field("radius", &TestCircle::radius)
@@ -78,7 +78,8 @@ const NYBModelClass& TestCircle::staticClass() {
 }
 
 const NYBModelClass& TestAddress::staticClass() {
-  static const NYBModelClass cls({"TestAddress", &NYBModel::staticClass(),
+  static const NYBModelClass cls({"TestAddress",
+                                  &NYBModel::staticClass(),
                                   [] { return std::make_shared<TestAddress>(); },
                                   NYBPropertyTable::of<TestAddress>()
                                       .field("street", &TestAddress::street)
@@ -89,7 +90,8 @@ const NYBModelClass& TestAddress::staticClass() {
 }
 
 const TestPersonClass& TestPerson::staticClass() {
-  static const TestPersonClass cls({"TestPerson", &NYBModel::staticClass(),
+  static const TestPersonClass cls({"TestPerson",
+                                    &NYBModel::staticClass(),
                                     [] { return std::make_shared<TestPerson>(); },
                                     NYBPropertyTable::of<TestPerson>()
                                         .field("name", &TestPerson::name, &TestPerson::setName)
@@ -110,16 +112,17 @@ const TestPersonClass& TestPerson::staticClass() {
 }
 
 const TestPersonClass& TestEmployee::staticClass() {
-  static const TestEmployeeClass cls({"TestEmployee", &TestPerson::staticClass(),
-                                      [] { return std::make_shared<TestEmployee>(); },
-                                      NYBPropertyTable::of<TestEmployee>().field(
-                                          "employer", &TestEmployee::employer),
-                                      [] {
-                                        NYBKeyMap keys = personKeys();
-                                        keys.emplace_back("employer", "employer");
-                                        return keys;
-                                      }(),
-                                      {}});
+  static const TestEmployeeClass cls(
+      {"TestEmployee",
+       &TestPerson::staticClass(),
+       [] { return std::make_shared<TestEmployee>(); },
+       NYBPropertyTable::of<TestEmployee>().field("employer", &TestEmployee::employer),
+       [] {
+         NYBKeyMap keys = personKeys();
+         keys.emplace_back("employer", "employer");
+         return keys;
+       }(),
+       {}});
   return cls;
 }
 

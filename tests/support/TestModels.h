@@ -37,12 +37,12 @@ class TestPerson : public NYBModel {
   void setName(NYBDynamicValue value);
   NYBDynamicValue name;
   NYBDynamicValue nickname;
-  NYBDynamicValue birthday;   // date; "birth_day" through birthdayTransformer
-  NYBDynamicValue address;    // TestAddress; through addressTransformer
-  NYBDynamicValue tags;       // dictionary
-  NYBDynamicValue city;       // default "Springfield"
-  NYBDynamicValue identifier; // read-only: no setter, settable generically through its field
-  NYBDynamicValue kind;       // kindTransformer: the receiving class's title()
+  NYBDynamicValue birthday;    // date; "birth_day" through birthdayTransformer
+  NYBDynamicValue address;     // TestAddress; through addressTransformer
+  NYBDynamicValue tags;        // dictionary
+  NYBDynamicValue city;        // default "Springfield"
+  NYBDynamicValue identifier;  // read-only: no setter, settable generically through its field
+  NYBDynamicValue kind;        // kindTransformer: the receiving class's title()
   std::uint64_t age = 0;
   bool active = false;
 };
