@@ -9,6 +9,7 @@
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBMedia.h"
 #include "platform/Log.h"
+#include "platform/PercentEncoding.h"
 
 namespace nyb {
 
@@ -55,23 +56,6 @@ bool staysUnencoded(unsigned char c) {
     default:
       return false;
   }
-}
-
-std::string percentEncode(std::string_view raw) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string out;
-  out.reserve(raw.size());
-  for (char ch : raw) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (staysUnencoded(c)) {
-      out += ch;
-    } else {
-      out += '%';
-      out += kHex[c >> 4];
-      out += kHex[c & 0x0F];
-    }
-  }
-  return out;
 }
 
 std::optional<NYBURL> urlWithPath(const std::string& path) {
@@ -168,7 +152,7 @@ std::optional<NYBURL> NYBAPIClientClass::urlForRecordTypeActivityID(
   if (activityID.isAbsent() || !user) return std::nullopt;
   return urlWithPath("/organizations/" + text(user->organizationID()) + "/users/" +
                      text(user->nymbrelUserID()) + "/" + text(JSONRootForRecordType(recordType)) +
-                     "/activity_id/" + percentEncode(text(activityID)));
+                     "/activity_id/" + percentEncode(text(activityID), staysUnencoded));
 }
 
 std::optional<NYBURL> NYBAPIClientClass::urlForImageUploadRecord(

@@ -5,6 +5,7 @@
 
 #include "NymbrelCore/NYBMedia.h"
 #include "NymbrelCore/NYBSession.h"
+#include "platform/PercentEncoding.h"
 
 namespace nyb {
 
@@ -38,23 +39,6 @@ bool staysInQueryItem(unsigned char c) {
   }
 }
 
-std::string encodeQueryItemValue(std::string_view raw) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string out;
-  out.reserve(raw.size());
-  for (char ch : raw) {
-    const auto c = static_cast<unsigned char>(ch);
-    if (staysInQueryItem(c)) {
-      out += ch;
-    } else {
-      out += '%';
-      out += kHex[c >> 4];
-      out += kHex[c & 0x0F];
-    }
-  }
-  return out;
-}
-
 }  // namespace
 
 std::optional<NYBURL> NYBMedia::authenticatedURL() const {
@@ -71,7 +55,7 @@ std::optional<NYBURL> NYBMedia::authenticatedURL() const {
   const std::string_view base = beforeFragment.substr(0, beforeFragment.find('?'));
   std::string result(base);
   result += "?authentication_token=";
-  result += encodeQueryItemValue(user->accessToken().description());
+  result += percentEncode(user->accessToken().description(), staysInQueryItem);
   if (fragmentStart != std::string::npos) result += text.substr(fragmentStart);
   return NYBURL::URLWithString(result);
 }

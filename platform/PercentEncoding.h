@@ -1,0 +1,29 @@
+// Percent-encoding of text for a URL: every byte outside the caller's allowed
+// set becomes '%' and two upper-case hex digits. The allowed sets differ by
+// where the text goes (a path segment, a query item's value).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace nyb {
+
+template <typename Allowed>
+std::string percentEncode(std::string_view raw, Allowed allowed) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  out.reserve(raw.size());
+  for (char ch : raw) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (allowed(c)) {
+      out += ch;
+    } else {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 0x0F];
+    }
+  }
+  return out;
+}
+
+}  // namespace nyb
