@@ -7,11 +7,10 @@ find_package(PNG REQUIRED)
 find_package(fmt REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
-pkg_check_modules(LIBNL REQUIRED IMPORTED_TARGET libnl-route-3.0)
 
 # Dependencies the library uses privately; none appears in a public header.
 add_library(nyb_private_deps INTERFACE)
 target_link_libraries(nyb_private_deps INTERFACE
   CURL::libcurl ICU::uc ICU::i18n PNG::PNG fmt::fmt Boost::headers
-  PkgConfig::UUID PkgConfig::LIBNL)
+  PkgConfig::UUID)
 target_compile_definitions(nyb_private_deps INTERFACE MSGPACK_NO_BOOST RAPIDJSON_HAS_STDSTRING=1)
