@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "platform/Hashing.h"
+#include "platform/PercentEncoding.h"
 
 namespace nyb {
 
@@ -12,35 +13,9 @@ bool isHex(char c) {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
+// Query characters, and the delimiters that separate a URL's parts.
 bool isURLCharacter(char c) {
-  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
-  switch (c) {
-    case '-':
-    case '.':
-    case '_':
-    case '~':  // unreserved
-    case ':':
-    case '/':
-    case '?':
-    case '#':
-    case '[':
-    case ']':
-    case '@':  // gen-delims
-    case '!':
-    case '$':
-    case '&':
-    case '\'':
-    case '(':
-    case ')':
-    case '*':
-    case '+':
-    case ',':
-    case ';':
-    case '=':  // sub-delims
-      return true;
-    default:
-      return false;
-  }
+  return isURLQueryCharacter(static_cast<unsigned char>(c)) || c == '#' || c == '[' || c == ']';
 }
 
 // Splits "scheme://authority/path?query#fragment" into views of the text.

@@ -1,12 +1,42 @@
-// Percent-encoding of text for a URL: every byte outside the caller's allowed
-// set becomes '%' and two upper-case hex digits. The allowed sets differ by
-// where the text goes (a path segment, a query item's value).
+// The characters of a URL, and percent-encoding of text for one: every byte outside the caller's
+// allowed set becomes '%' and two upper-case hex digits. The allowed sets differ by where the text
+// goes (a path segment, a query item's value).
 #pragma once
 
 #include <string>
 #include <string_view>
 
 namespace nyb {
+
+// The characters a URL's query may hold as they are (RFC 3986): unreserved,
+// sub-delimiters, ':', '@', '/' and '?'.
+inline bool isURLQueryCharacter(unsigned char c) {
+  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+  switch (c) {
+    case '-':
+    case '.':
+    case '_':
+    case '~':  // unreserved
+    case '!':
+    case '$':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case '*':
+    case '+':
+    case ',':
+    case ';':
+    case '=':  // sub-delims
+    case ':':
+    case '@':
+    case '/':
+    case '?':
+      return true;
+    default:
+      return false;
+  }
+}
 
 template <typename Allowed>
 std::string percentEncode(std::string_view raw, Allowed allowed) {

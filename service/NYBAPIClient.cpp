@@ -31,32 +31,7 @@ std::string text(const NYBDynamicValue& value) { return value.description(); }
 std::string text(const std::optional<std::string>& value) { return value ? *value : "(null)"; }
 
 // The query characters of a URL (RFC 3986) without the full stop.
-bool staysUnencoded(unsigned char c) {
-  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
-  switch (c) {
-    case '-':
-    case '_':
-    case '~':
-    case '!':
-    case '$':
-    case '&':
-    case '\'':
-    case '(':
-    case ')':
-    case '*':
-    case '+':
-    case ',':
-    case ';':
-    case '=':
-    case ':':
-    case '@':
-    case '/':
-    case '?':
-      return true;
-    default:
-      return false;
-  }
-}
+bool staysUnencoded(unsigned char c) { return c != '.' && isURLQueryCharacter(c); }
 
 std::optional<NYBURL> urlWithPath(const std::string& path) {
   return NYBURL::URLWithString(std::string(kNYBRequestBaseURLString.value()) + path);
@@ -329,14 +304,17 @@ void NYBAPIClient::updateRecord(const std::shared_ptr<NYBRecord>& record,
     return;
   }
   const auto user = this->user();
-  const auto root = cls.JSONRootForRecordType(record->recordType());
+  putRecord(record, cls.urlForRecordTypeRecordID(record->recordType(), record->recordID(), user),
+            user, std::move(completion));
+}
+
+void NYBAPIClient::putRecord(const std::shared_ptr<NYBRecord>& record, std::optional<NYBURL> url,
+                             const std::shared_ptr<NYBUser>& user, NYBAPICompletion completion) {
+  const auto root = classObject().JSONRootForRecordType(record->recordType());
   NYBDictionary body;
   if (root) body.set(*root, record->JSONObject());
-  sendRequest(
-      makeRequest(NYBHTTPMethodPUT,
-                  cls.urlForRecordTypeRecordID(record->recordType(), record->recordID(), user),
-                  user, std::move(body)),
-      root, &record->classObject(), std::move(completion));
+  sendRequest(makeRequest(NYBHTTPMethodPUT, std::move(url), user, std::move(body)), root,
+              &record->classObject(), std::move(completion));
 }
 
 void NYBAPIClient::deleteRecord(const std::shared_ptr<NYBRecord>& record,
@@ -381,14 +359,9 @@ void NYBAPIClient::upsertRecord(const std::shared_ptr<NYBRecord>& record,
     return;
   }
   const auto user = this->user();
-  const auto root = cls.JSONRootForRecordType(record->recordType());
-  NYBDictionary body;
-  if (root) body.set(*root, record->JSONObject());
-  sendRequest(
-      makeRequest(NYBHTTPMethodPUT,
-                  cls.urlForRecordTypeActivityID(record->recordType(), record->activityID(), user),
-                  user, std::move(body)),
-      root, &record->classObject(), std::move(completion));
+  putRecord(record,
+            cls.urlForRecordTypeActivityID(record->recordType(), record->activityID(), user), user,
+            std::move(completion));
 }
 
 void NYBAPIClient::sendRequest(const std::shared_ptr<NYBRequest>& request,

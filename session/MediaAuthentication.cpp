@@ -13,31 +13,7 @@ namespace {
 
 // The characters a query item's value keeps as they are: the query
 // characters of a URL (RFC 3986) without the two that separate items.
-bool staysInQueryItem(unsigned char c) {
-  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
-  switch (c) {
-    case '-':
-    case '.':
-    case '_':
-    case '~':
-    case '!':
-    case '$':
-    case '\'':
-    case '(':
-    case ')':
-    case '*':
-    case '+':
-    case ',':
-    case ';':
-    case ':':
-    case '@':
-    case '/':
-    case '?':
-      return true;
-    default:
-      return false;
-  }
-}
+bool staysInQueryItem(unsigned char c) { return c != '&' && c != '=' && isURLQueryCharacter(c); }
 
 }  // namespace
 

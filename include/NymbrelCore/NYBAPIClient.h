@@ -211,6 +211,10 @@ class NYBAPIClient : public NYBObject {
   std::shared_ptr<NYBRequest> makeRequest(NYBHTTPMethod method, std::optional<NYBURL> url,
                                           const std::shared_ptr<NYBUser>& user,
                                           NYBDictionary body) const;
+  // A PUT of the record under its type's root to the URL (update and upsert
+  // differ only in their check and their URL).
+  void putRecord(const std::shared_ptr<NYBRecord>& record, std::optional<NYBURL> url,
+                 const std::shared_ptr<NYBUser>& user, NYBAPICompletion completion);
 
   mutable std::mutex userMutex_;
   std::shared_ptr<NYBUser> user_;
