@@ -270,7 +270,7 @@ const std::string& devserverBaseURL() {
     pollfd ready{out[0], POLLIN, 0};
     while (::poll(&ready, 1, 30'000) > 0 && ::read(out[0], &c, 1) == 1 && c != '\n') line += c;
     ::close(out[0]);
-    ::setenv("NYMBREL_BASE_URL", line.c_str(), 1);
+    if (!line.empty()) nyb::NYBSetRequestBaseURL(line);
     return line;
   }();
   return base;

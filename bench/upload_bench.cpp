@@ -70,7 +70,7 @@ std::shared_ptr<BenchBiometrics> makeRecord() {
 test::LoopbackServer& server() {
   static test::LoopbackServer* const instance = [] {
     auto* s = new test::LoopbackServer;
-    ::setenv("NYMBREL_BASE_URL", (s->baseURL() + "/v1").c_str(), 1);
+    nyb::NYBSetRequestBaseURL(s->baseURL() + "/v1");
     // The service's answer: the record back with its identifier.
     auto record = makeRecord();
     record->setRecordID("5f0c6f9e2a");

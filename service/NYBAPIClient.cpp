@@ -1,9 +1,7 @@
 #include "NymbrelCore/NYBAPIClient.h"
 
-#include <cstdlib>
 #include <utility>
 
-#include "NYBBundleInfo.h"
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDispatchQueue.h"
 #include "NymbrelCore/NYBException.h"
@@ -12,14 +10,6 @@
 #include "platform/PercentEncoding.h"
 
 namespace nyb {
-
-std::string_view NYBRequestBaseURL::value() const {
-  static const std::string base = [] {
-    const char* override = std::getenv("NYMBREL_BASE_URL");
-    return std::string(override != nullptr && *override != '\0' ? override : bundle::kBaseURL);
-  }();
-  return base;
-}
 
 namespace {
 
@@ -34,7 +24,7 @@ std::string text(const std::optional<std::string>& value) { return value ? *valu
 bool staysUnencoded(unsigned char c) { return c != '.' && isURLQueryCharacter(c); }
 
 std::optional<NYBURL> urlWithPath(const std::string& path) {
-  return NYBURL::URLWithString(std::string(kNYBRequestBaseURLString.value()) + path);
+  return NYBURL::URLWithString(kNYBRequestBaseURLString.value() + path);
 }
 
 NYBRecordType typeOf(const std::shared_ptr<NYBRecord>& record) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <string_view>
 
 // ---- Library identity ------------------------------------------------------
@@ -57,15 +58,25 @@ inline constexpr std::string_view kNYBHTTPErrorDomain = "NYBHTTPErrorDomain";
 // The domain of the API client's own errors (NYBAPIErrorCode).
 inline constexpr std::string_view kNYBAPIErrorDomain = "NYBAPIErrorDomain";
 
-// The service's mobile API base URL (its path is "/v1"): fixed when the
-// library is built, unless the environment variable NYMBREL_BASE_URL, read
-// once on first use, names another. Reads like a string constant:
+// The service's mobile API base URL (its path is "/v1"), fixed when the
+// library is built (the CMake cache variable NYB_BASE_URL). The library reads
+// nothing from the environment: a host or a test that talks to another
+// service (a development server, say) says so with NYBSetRequestBaseURL().
+// Reads like a string constant, from any thread:
 //   std::string url = std::string(kNYBRequestBaseURLString) + "/organizations/...";
 struct NYBRequestBaseURL {
-  std::string_view value() const;
-  operator std::string_view() const { return value(); }  // NOLINT(runtime/explicit)
+  std::string value() const;
+  operator std::string() const { return value(); }  // NOLINT(runtime/explicit)
 };
 inline constexpr NYBRequestBaseURL kNYBRequestBaseURLString{};
+
+// Points every request made after the call at another base URL, such as a
+// development server's "http://127.0.0.1:41873/v1". Only https is accepted,
+// and plain http only to a loopback host (127.0.0.0/8, ::1, localhost), so
+// the user's token never crosses a network in clear text; anything else
+// raises NYBInvalidArgumentException and leaves the base URL as it was. Any
+// thread; requests already sent keep the URL they were made with.
+void NYBSetRequestBaseURL(std::string_view url);
 
 }  // namespace nyb
 

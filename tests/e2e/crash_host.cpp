@@ -5,7 +5,7 @@
 //     then submits records <tag>-0, <tag>-1, ... in bursts, some with a photo,
 //     and after each burst waits until the archive writes have finished and
 //     prints "saved <n>": every record up to <tag>-<n> is then on disk. Runs
-//     until it is killed. Uploads go to NYMBREL_BASE_URL, which the test
+//     until it is killed. Uploads go to the base URL in NYMBREL_BASE_URL, which the test
 //     points at a closed port, so every record stays queued.
 //
 //   nyb_crash_host load <documents>
@@ -90,6 +90,7 @@ int load() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (const char* base = std::getenv("NYMBREL_BASE_URL")) NYBSetRequestBaseURL(base);
   if (argc >= 3) NYBDocuments::setDocumentsDirectory(argv[2]);
   const std::string mode = argc >= 2 ? argv[1] : "";
   if (mode == "submit" && argc == 5) {

@@ -32,7 +32,7 @@ class DevServerEnvironment : public ::testing::Environment {
 DevServer& devserver() {
   if (sharedServer == nullptr) {
     sharedServer = new DevServer();
-    ::setenv("NYMBREL_BASE_URL", sharedServer->baseURL().c_str(), 1);
+    NYBSetRequestBaseURL(sharedServer->baseURL());
   }
   return *sharedServer;
 }

@@ -11,9 +11,11 @@
 // queue; "submitted <recordID>" when the service accepted it, then exits 0.
 // Exits 1 when nothing of that happened within two minutes.
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "NymbrelCore/NymbrelCore.h"
+#include "service/RequestBaseURL.h"
 
 namespace {
 
@@ -32,6 +34,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   NYBDocuments::setDocumentsDirectory(argv[1]);
+  // The devserver sits on a private address of the test's own namespaces.
+  if (const char* base = std::getenv("NYMBREL_BASE_URL")) service::setRequestBaseURLUnchecked(base);
   std::shared_ptr<NYBSession> session;
   bool submitted = false;
   std::string acceptedID;

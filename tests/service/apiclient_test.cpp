@@ -55,11 +55,11 @@ using TestWeight = TestRecord<NYBRecordTypeWeight>;
 
 constexpr const char* kToken = "tok-SECRET-42";
 
-// One server for the whole program: the base URL is read once per process.
+// One server for the whole program.
 LoopbackServer& server() {
   static LoopbackServer* const instance = [] {
     auto* s = new LoopbackServer;
-    ::setenv("NYMBREL_BASE_URL", (s->baseURL() + "/v1").c_str(), 1);
+    nyb::NYBSetRequestBaseURL(s->baseURL() + "/v1");
     return s;
   }();
   return *instance;

@@ -37,7 +37,7 @@ using namespace std::chrono_literals;
 inline LoopbackServer& server() {
   static LoopbackServer* const instance = [] {
     auto* s = new LoopbackServer;
-    ::setenv("NYMBREL_BASE_URL", (s->baseURL() + "/v1").c_str(), 1);
+    nyb::NYBSetRequestBaseURL(s->baseURL() + "/v1");
     return s;
   }();
   return *instance;

@@ -2,6 +2,7 @@
 
 #include <NymbrelCore/NYBConstants.h>
 #include <NymbrelCore/NYBDocuments.h>
+#include <NymbrelCore/NYBException.h>
 #include <NymbrelCore/NYBPlatformLog.h>
 #include <NymbrelCore/NYBURL.h>
 
@@ -78,8 +79,11 @@ void configureLibrary(const CommonOptions& options) {
     if (!url || (url->scheme() != "http" && url->scheme() != "https") || url->host().empty()) {
       throw usageError("--server: \"" + options.server + "\" is not an http or https URL");
     }
-    // The library reads its base URL from the environment once, on first use.
-    ::setenv("NYMBREL_BASE_URL", options.server.c_str(), 1);
+    try {
+      nyb::NYBSetRequestBaseURL(options.server);
+    } catch (const nyb::NYBException& refused) {
+      throw usageError("--server: " + refused.reason());
+    }
   }
   if (!options.dataDir.empty())
     nyb::NYBDocuments::setDocumentsDirectory(documentsDirectory(options));
@@ -92,6 +96,6 @@ void configureLibrary(const CommonOptions& options) {
   }
 }
 
-std::string baseURL() { return std::string(nyb::kNYBRequestBaseURLString.value()); }
+std::string baseURL() { return nyb::kNYBRequestBaseURLString.value(); }
 
 }  // namespace nymbrel
