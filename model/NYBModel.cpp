@@ -48,7 +48,16 @@ std::vector<std::string> NYBModelClass::propertyKeys() const {
   return keys;
 }
 
-const NYBKeyMap* NYBModelClass::JSONKeyPaths() const { return keyMap_ ? &*keyMap_ : nullptr; }
+// A class that declares no key map of its own inherits its nearest ancestor's,
+// as every class-level operation is inherited.
+const NYBKeyMap* NYBModelClass::JSONKeyPaths() const {
+  for (const NYBClass* c = this; c != nullptr; c = c->superclass()) {
+    const auto* modelClass = dynamic_cast<const NYBModelClass*>(c);
+    if (modelClass == nullptr) break;
+    if (modelClass->keyMap_) return &*modelClass->keyMap_;
+  }
+  return nullptr;
+}
 
 std::shared_ptr<NYBValueTransformer> NYBModelClass::performTransformerOperation(
     std::string_view operationName) const {

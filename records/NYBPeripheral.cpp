@@ -120,15 +120,6 @@ NYBPeripheralList NYBPeripheralClass::peripheralsFromCatalogueEntries(
   return peripherals;
 }
 
-const NYBKeyMap* NYBPeripheralClass::JSONKeyPaths() const {
-  for (const NYBClass* c = this; c != nullptr; c = c->superclass()) {
-    const auto* modelClass = dynamic_cast<const NYBModelClass*>(c);
-    if (modelClass == nullptr) break;
-    if (const NYBKeyMap* own = modelClass->NYBModelClass::JSONKeyPaths()) return own;
-  }
-  return nullptr;
-}
-
 // ---- NYBPeripheral ---------------------------------------------------------
 
 const NYBPeripheralClass& NYBPeripheral::staticClass() {

@@ -66,7 +66,8 @@ class NYBModelClass : public NYBClass {
 
   // The names of allProperties(); empty on NYBModel.
   std::vector<std::string> propertyKeys() const;
-  // The key map; null on NYBModel and on classes that declare none.
+  // The key map: this class's own, else its nearest ancestor's; null on
+  // NYBModel.
   virtual const NYBKeyMap* JSONKeyPaths() const;
   // The transformer of the class-level operation named "<key>Transformer" of
   // this class or an ancestor, made anew; null when there is none.

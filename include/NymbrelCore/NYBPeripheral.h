@@ -81,9 +81,6 @@ class NYBPeripheralClass : public NYBModelClass {
   // through its key map and transformers; elements that are not dictionaries
   // are skipped.
   NYBPeripheralList peripheralsFromCatalogueEntries(const NYBArray& entries) const;
-
-  // This class's own key map, else its nearest ancestor's.
-  const NYBKeyMap* JSONKeyPaths() const override;
 };
 
 class NYBPeripheral : public NYBModel {
