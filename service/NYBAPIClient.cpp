@@ -208,7 +208,7 @@ std::shared_ptr<NYBError> NYBAPIClientClass::APIErrorWithErrorRecords(
   std::string list;
   NYBArray records;
   for (const auto& response : errorRecords) {
-    if (!list.empty()) list += ", ";
+    if (&response != &errorRecords.front()) list += ", ";  // an empty ID still takes its place
     list += response ? text(response->activityID()) : "(null)";
     if (response) records.append(response);
   }
