@@ -3,14 +3,20 @@
 #include <algorithm>
 
 #include "model/Description.h"
+#include "platform/Hashing.h"
 
 namespace nyb {
 
 namespace {
+
+// Below this many entries a scan in order beats hashing the key.
+constexpr std::size_t kIndexedSize = 24;
+
 const NYBDynamicValue& absentValue() {
   static const NYBDynamicValue absent;
   return absent;
 }
+
 }  // namespace
 
 NYBDictionary::NYBDictionary(std::initializer_list<Entry> entries) {
@@ -19,6 +25,14 @@ NYBDictionary::NYBDictionary(std::initializer_list<Entry> entries) {
 }
 
 std::ptrdiff_t NYBDictionary::indexOf(std::string_view key) const {
+  if (!index_.empty()) {
+    auto [first, last] = index_.equal_range(hashing::bytes(key));
+    for (auto it = first; it != last; ++it) {
+      const NYBDynamicValue& k = entries_[it->second].first;
+      if (k.isString() && k.stringView() == key) return static_cast<std::ptrdiff_t>(it->second);
+    }
+    return -1;
+  }
   for (std::size_t i = 0; i < entries_.size(); ++i) {
     const NYBDynamicValue& k = entries_[i].first;
     if (k.isString() && k.stringView() == key) return static_cast<std::ptrdiff_t>(i);
@@ -28,6 +42,13 @@ std::ptrdiff_t NYBDictionary::indexOf(std::string_view key) const {
 
 std::ptrdiff_t NYBDictionary::indexOf(const NYBDynamicValue& key) const {
   if (key.isString()) return indexOf(key.stringView());
+  if (!index_.empty()) {
+    auto [first, last] = index_.equal_range(key.hash());
+    for (auto it = first; it != last; ++it) {
+      if (entries_[it->second].first.isEqual(key)) return static_cast<std::ptrdiff_t>(it->second);
+    }
+    return -1;
+  }
   for (std::size_t i = 0; i < entries_.size(); ++i) {
     if (entries_[i].first.isEqual(key)) return static_cast<std::ptrdiff_t>(i);
   }
@@ -64,18 +85,37 @@ void NYBDictionary::set(NYBDynamicValue key, NYBDynamicValue value) {
     entries_[static_cast<std::size_t>(i)].second = std::move(value);
   } else {
     entries_.emplace_back(std::move(key), std::move(value));
+    indexLastEntry();
   }
 }
 
 void NYBDictionary::append(NYBDynamicValue key, NYBDynamicValue value) {
   if (value.isAbsent()) return;
   entries_.emplace_back(std::move(key), std::move(value));
+  indexLastEntry();
+}
+
+void NYBDictionary::indexLastEntry() {
+  if (entries_.size() < kIndexedSize) return;
+  if (entries_.size() == kIndexedSize) {
+    rebuildIndex();
+    return;
+  }
+  index_.emplace(entries_.back().first.hash(), entries_.size() - 1);
+}
+
+void NYBDictionary::rebuildIndex() {
+  index_.clear();
+  if (entries_.size() < kIndexedSize) return;
+  index_.reserve(entries_.size());
+  for (std::size_t i = 0; i < entries_.size(); ++i) index_.emplace(entries_[i].first.hash(), i);
 }
 
 bool NYBDictionary::remove(const NYBDynamicValue& key) {
   std::ptrdiff_t i = indexOf(key);
   if (i < 0) return false;
   entries_.erase(entries_.begin() + i);
+  rebuildIndex();  // the later positions moved
   return true;
 }
 
@@ -98,8 +138,8 @@ bool NYBDictionary::isEqual(const NYBDictionary& other) const {
     const NYBDynamicValue* theirs = nullptr;
     if (other.entries_[i].first.isEqual(entry.first)) {
       theirs = &other.entries_[i].second;
-    } else if (entry.first.isString()) {
-      theirs = other.find(entry.first.stringView());
+    } else if (entry.first.isString() || !other.index_.empty()) {
+      theirs = other.find(entry.first);
     } else {
       std::size_t keyHash = entry.first.hash();
       for (std::size_t j = 0; j < other.entries_.size() && theirs == nullptr; ++j) {

@@ -102,8 +102,9 @@ NYBDynamicValue::NYBDynamicValue(NYBDecimal decimal) : storage_(std::move(decima
 NYBDynamicValue::NYBDynamicValue(NYBDate date) : storage_(date) {}
 NYBDynamicValue::NYBDynamicValue(NYBDictionary dictionary)
     : storage_(std::make_shared<const NYBDictionary>(std::move(dictionary))) {}
+// Made mutable, held as const: uniqueArray() may change it while it is unshared.
 NYBDynamicValue::NYBDynamicValue(NYBArray array)
-    : storage_(std::make_shared<const NYBArray>(std::move(array))) {}
+    : storage_(std::shared_ptr<const NYBArray>(std::make_shared<NYBArray>(std::move(array)))) {}
 NYBDynamicValue::NYBDynamicValue(NYBData data)
     : storage_(std::make_shared<const NYBData>(std::move(data))) {}
 NYBDynamicValue::NYBDynamicValue(NYBURL url)
@@ -231,6 +232,13 @@ const std::shared_ptr<const NYBDictionary>* NYBDynamicValue::sharedDictionary() 
 
 const std::shared_ptr<const NYBArray>* NYBDynamicValue::sharedArray() const {
   return std::get_if<std::shared_ptr<const NYBArray>>(&storage_);
+}
+
+NYBArray* NYBDynamicValue::uniqueArray() {
+  auto* shared = std::get_if<std::shared_ptr<const NYBArray>>(&storage_);
+  // Every array the library makes is created mutable and only held as const.
+  if (shared == nullptr || shared->use_count() != 1) return nullptr;
+  return const_cast<NYBArray*>(shared->get());
 }
 
 const NYBDictionary* NYBDynamicValue::dictionary() const {

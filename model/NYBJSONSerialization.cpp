@@ -296,7 +296,7 @@ class Builder : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Builder> 
     std::move(stack_.begin() + static_cast<std::ptrdiff_t>(start), stack_.end(),
               std::back_inserter(elements));
     stack_.resize(start);
-    return close(std::make_shared<const NYBArray>(std::move(elements)));
+    return close(std::shared_ptr<const NYBArray>(std::make_shared<NYBArray>(std::move(elements))));
   }
 
  private:

@@ -106,12 +106,22 @@ void NYBIntraDay::setDevice(NYBDynamicValue device) {
 
 void NYBIntraDay::addValue(double value, NYBDate startDate, NYBDate endDate) {
   const auto& formatter = NYBFormatter::sharedFormatter().ISO8601LocalDateTimeFormatter();
-  const NYBArray* current = entries_.array();
-  NYBArray entries = current != nullptr ? *current : NYBArray();
   NYBDictionary entry;
   entry.set("start", formatter->stringFromDate(startDate));
   entry.set("end", formatter->stringFromDate(endDate));
   entry.set("value", value);
+  // A list nobody else holds grows in place; one that was handed out (a
+  // copy, a snapshot being archived) is copied first and never changes.
+  if (NYBArray* unshared = entries_.uniqueArray()) {
+    unshared->append(std::move(entry));
+    return;
+  }
+  const NYBArray* current = entries_.array();
+  NYBArray entries;
+  if (current != nullptr) {
+    entries.reserve(current->size() * 2 + 1);
+    for (const NYBDynamicValue& each : *current) entries.append(each);
+  }
   entries.append(std::move(entry));
   entries_ = std::move(entries);
 }

@@ -4,6 +4,9 @@
 // is found by its hash and equality, so a model object must not change while it
 // is a key. Iteration follows insertion order, which keeps every output
 // deterministic; equality ignores order. Neither keys nor values may be absent.
+// Small dictionaries (JSON documents) are searched in order; past a few dozen
+// entries a hash index keeps a lookup constant, so a large map (the photo map
+// of a long queue) and equality of reordered dictionaries cost linear time.
 //
 // A plain value type: copying copies the entries (whose containers are shared).
 // Dynamic values hold dictionaries as shared immutable objects; to change one,
@@ -15,6 +18,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -69,8 +73,14 @@ class NYBDictionary {
  private:
   std::ptrdiff_t indexOf(const NYBDynamicValue& key) const;
   std::ptrdiff_t indexOf(std::string_view key) const;
+  // The key was appended at the last position.
+  void indexLastEntry();
+  void rebuildIndex();
 
   std::vector<Entry> entries_;
+  // Key hash to position, kept only past kIndexedSize entries; built on change,
+  // never on lookup, so a shared dictionary is read by many threads safely.
+  std::unordered_multimap<std::size_t, std::size_t> index_;
 };
 
 }  // namespace nyb

@@ -131,6 +131,10 @@ class NYBDynamicValue {
   const NYBURL* url() const;
   const std::shared_ptr<const NYBDictionary>* sharedDictionary() const;
   const std::shared_ptr<const NYBArray>* sharedArray() const;
+  // The array for a change in place, when this value is its only holder (no
+  // copy of the value, no snapshot, no other thread has it); null otherwise.
+  // Lets an owner append to a list it alone holds without copying it.
+  NYBArray* uniqueArray();
   const std::shared_ptr<NYBObject>& object() const;
   template <typename T>
   std::shared_ptr<T> objectAs() const {
