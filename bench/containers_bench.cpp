@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDictionary.h"
 #include "NymbrelCore/NYBIntraDay.h"
 

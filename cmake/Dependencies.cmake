@@ -9,8 +9,10 @@ find_package(Boost 1.74 REQUIRED)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 
 # Dependencies the library uses privately; none appears in a public header.
+# nyb_link_deps are the ones a program linking the static library needs too.
+add_library(nyb_link_deps INTERFACE)
+target_link_libraries(nyb_link_deps INTERFACE
+  CURL::libcurl ICU::uc ICU::i18n PNG::PNG fmt::fmt PkgConfig::UUID)
 add_library(nyb_private_deps INTERFACE)
-target_link_libraries(nyb_private_deps INTERFACE
-  CURL::libcurl ICU::uc ICU::i18n PNG::PNG fmt::fmt Boost::headers
-  PkgConfig::UUID)
+target_link_libraries(nyb_private_deps INTERFACE nyb_link_deps Boost::headers)
 target_compile_definitions(nyb_private_deps INTERFACE MSGPACK_NO_BOOST RAPIDJSON_HAS_STDSTRING=1)
