@@ -75,12 +75,44 @@ NYBNotificationToken NYBNotificationCenter::addObserverForName(std::optional<std
   return NYBNotificationToken(observer->id);
 }
 
+NYBScopedObserver NYBNotificationCenter::addScopedObserverForName(std::optional<std::string> name,
+                                                                  const NYBDynamicValue& object,
+                                                                  Block block) {
+  NYBNotificationToken token = addObserverForName(std::move(name), object, std::move(block));
+  return NYBScopedObserver(std::weak_ptr<void>(state_), token);
+}
+
+NYBScopedObserver::NYBScopedObserver(NYBScopedObserver&& other) noexcept
+    : center_(std::move(other.center_)), token_(std::exchange(other.token_, {})) {}
+
+NYBScopedObserver& NYBScopedObserver::operator=(NYBScopedObserver&& other) noexcept {
+  if (this != &other) {
+    reset();
+    center_ = std::move(other.center_);
+    token_ = std::exchange(other.token_, {});
+  }
+  return *this;
+}
+
+void NYBScopedObserver::reset() {
+  const NYBNotificationToken token = std::exchange(token_, {});
+  if (auto center = center_.lock()) {
+    NYBNotificationCenter::removeObserver(
+        *std::static_pointer_cast<NYBNotificationCenter::State>(center), token);
+  }
+  center_.reset();
+}
+
 void NYBNotificationCenter::removeObserver(const NYBNotificationToken& token) {
+  removeObserver(*state_, token);
+}
+
+void NYBNotificationCenter::removeObserver(State& state, const NYBNotificationToken& token) {
   if (!token.isValid()) return;
   std::shared_ptr<Observer> removed;
   {
-    std::lock_guard lock(state_->mutex);
-    auto& observers = state_->observers;
+    std::lock_guard lock(state.mutex);
+    auto& observers = state.observers;
     auto it = std::find_if(observers.begin(), observers.end(),
                            [&](const auto& o) { return o->id == token.id_; });
     if (it == observers.end()) return;

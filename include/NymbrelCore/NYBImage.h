@@ -51,6 +51,7 @@ class NYBImage {
 
 // The PNG bytes of an image; absent when there is no image or it cannot be
 // encoded.
-std::optional<NYBData> NYBImagePNGRepresentation(const std::shared_ptr<const NYBImage>& image);
+[[nodiscard]] std::optional<NYBData> NYBImagePNGRepresentation(
+    const std::shared_ptr<const NYBImage>& image);
 
 }  // namespace nyb

@@ -29,13 +29,13 @@ class NYBJSONSerialization {
   // The document's top-level array or dictionary; absent, with *error set
   // when error is given, for text that is malformed or truncated, whose top
   // level is not an array or object, or that holds a number out of range.
-  static NYBDynamicValue JSONObjectWithData(std::string_view bytes,
-                                            std::shared_ptr<NYBError>* error = nullptr);
+  [[nodiscard]] static NYBDynamicValue JSONObjectWithData(
+      std::string_view bytes, std::shared_ptr<NYBError>* error = nullptr);
   // Compact JSON text; absent, with *error set, for a value that JSON cannot
   // hold (a date, data, URL, object, non-string key, NaN or infinite real, a
   // top level that is not an array or dictionary).
-  static std::optional<std::string> dataWithJSONObject(const NYBDynamicValue& value,
-                                                       std::shared_ptr<NYBError>* error = nullptr);
+  [[nodiscard]] static std::optional<std::string> dataWithJSONObject(
+      const NYBDynamicValue& value, std::shared_ptr<NYBError>* error = nullptr);
   // Whether dataWithJSONObject would succeed.
   static bool isValidJSONObject(const NYBDynamicValue& value);
 };

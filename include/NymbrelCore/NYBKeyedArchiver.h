@@ -20,7 +20,7 @@ class NYBKeyedArchiver {
   // The archive of a root value. Raises NYBInvalidArgumentException when the
   // root itself cannot be archived (failures inside a model's own entries are
   // caught and logged by the model).
-  static NYBData archivedDataWithRootObject(const NYBDynamicValue& root);
+  [[nodiscard]] static NYBData archivedDataWithRootObject(const NYBDynamicValue& root);
 
   // Stores a value under a key of the object being encoded. Raises
   // NYBInvalidArgumentException for a value that cannot be archived; the

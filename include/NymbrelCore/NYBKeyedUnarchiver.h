@@ -26,8 +26,8 @@ class NYBKeyedUnarchiver {
   static NYBDynamicValue unarchiveObjectWithData(const NYBData& data);
   // The same, reporting damage as an error (domain "NSCocoaErrorDomain", code
   // 4864) instead of raising; absent on failure.
-  static NYBDynamicValue unarchivedObjectWithData(const NYBData& data,
-                                                  std::shared_ptr<NYBError>* error);
+  [[nodiscard]] static NYBDynamicValue unarchivedObjectWithData(const NYBData& data,
+                                                                std::shared_ptr<NYBError>* error);
 
   // The value stored under a key of the object being decoded; absent when the
   // key is missing.

@@ -26,6 +26,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "NymbrelCore/NYBDictionary.h"
 #include "NymbrelCore/NYBDynamicValue.h"
@@ -61,6 +62,32 @@ class NYBNotificationToken {
   std::uint64_t id_ = 0;
 };
 
+// One registration that ends when this object does: made by
+// NYBNotificationCenter::addScopedObserverForName(), movable, not copyable. It
+// may outlive its centre (the removal then does nothing). Reset or destroy it
+// on any thread; the block is not called after the destructor returns, except
+// for a call already running on another thread.
+class NYBScopedObserver {
+ public:
+  NYBScopedObserver() = default;
+  ~NYBScopedObserver() { reset(); }
+  NYBScopedObserver(NYBScopedObserver&& other) noexcept;
+  NYBScopedObserver& operator=(NYBScopedObserver&& other) noexcept;
+  NYBScopedObserver(const NYBScopedObserver&) = delete;
+  NYBScopedObserver& operator=(const NYBScopedObserver&) = delete;
+
+  bool isActive() const { return token_.isValid(); }
+  // Removes the registration now.
+  void reset();
+
+ private:
+  friend class NYBNotificationCenter;
+  NYBScopedObserver(std::weak_ptr<void> center, NYBNotificationToken token)
+      : center_(std::move(center)), token_(token) {}
+  std::weak_ptr<void> center_;
+  NYBNotificationToken token_;
+};
+
 class NYBNotificationCenter {
  public:
   using Block = std::function<void(const NYBNotification&)>;
@@ -79,6 +106,12 @@ class NYBNotificationCenter {
   NYBNotificationToken addObserverForName(std::optional<std::string> name,
                                           const NYBDynamicValue& object, Block block);
   void removeObserver(const NYBNotificationToken& token);
+  // The same registration, removed when the returned object is destroyed:
+  // keep it as long as the block should run (a member of the object whose
+  // state the block touches, say).
+  [[nodiscard]] NYBScopedObserver addScopedObserverForName(std::optional<std::string> name,
+                                                           const NYBDynamicValue& object,
+                                                           Block block);
 
   void postNotification(const NYBNotification& notification);
   void postNotificationName(std::string name, NYBDynamicValue object = {},
@@ -88,7 +121,9 @@ class NYBNotificationCenter {
   std::size_t observerCount() const;
 
  private:
+  friend class NYBScopedObserver;
   struct State;
+  static void removeObserver(State& state, const NYBNotificationToken& token);
   std::shared_ptr<State> state_;
 };
 

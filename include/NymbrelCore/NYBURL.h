@@ -15,9 +15,9 @@ namespace nyb {
 
 class NYBURL {
  public:
-  static std::optional<NYBURL> URLWithString(std::string_view text);
+  [[nodiscard]] static std::optional<NYBURL> URLWithString(std::string_view text);
   // A file URL for an absolute path.
-  static NYBURL fileURLWithPath(std::string_view path);
+  [[nodiscard]] static NYBURL fileURLWithPath(std::string_view path);
 
   const std::string& absoluteString() const { return text_; }
   // Components of the text; empty where the URL has none. port() is absent
