@@ -52,6 +52,12 @@ std::optional<NYBDictionary> bundleInfoDictionary(std::string_view identifier) {
   return it->second;
 }
 
+std::optional<std::string> libraryShortVersion() {
+  std::optional<NYBDictionary> info = bundleInfoDictionary(libraryBundleIdentifier());
+  if (!info) return std::nullopt;
+  return (*info)["CFBundleShortVersionString"].string();
+}
+
 void setBundleInfoDictionary(std::string_view identifier, std::optional<NYBDictionary> info) {
   Bundles& b = bundles();
   std::lock_guard lock(b.mutex);

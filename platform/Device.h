@@ -27,6 +27,10 @@ std::string_view libraryBundleIdentifier();
 // The information dictionary of the bundle with that identifier; absent when
 // no such bundle is known.
 std::optional<NYBDictionary> bundleInfoDictionary(std::string_view identifier);
+
+// The "CFBundleShortVersionString" of the library's bundle information; absent
+// when the bundle or the key is missing.
+std::optional<std::string> libraryShortVersion();
 // Replaces the information of a bundle; absent removes the bundle.
 void setBundleInfoDictionary(std::string_view identifier, std::optional<NYBDictionary> info);
 

@@ -3,7 +3,6 @@
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBFormatter.h"
-#include "NymbrelCore/NYBSession.h"
 #include "platform/Device.h"
 #include "platform/Log.h"
 
@@ -130,7 +129,7 @@ NYBDynamicValue convert(const NYBDynamicValue& value, Unit fromUnit, Unit toUnit
 // none of its parts changes while the process runs.
 const NYBDynamicValue& deviceDescription() {
   static const NYBDynamicValue description = [] {
-    std::optional<std::string> libraryVersion = NYBSession::libraryVersion();
+    std::optional<std::string> libraryVersion = platform::libraryShortVersion();
     if (!libraryVersion) {
       throw NYBInvalidArgumentException(
           "NYBRecord: the library's bundle information has no version string");

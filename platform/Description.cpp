@@ -1,4 +1,4 @@
-#include "model/Description.h"
+#include "platform/Description.h"
 
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDictionary.h"

@@ -1,6 +1,6 @@
 #include "NymbrelCore/NYBArray.h"
 
-#include "model/Description.h"
+#include "platform/Description.h"
 
 namespace nyb {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "model/Description.h"
+#include "platform/Description.h"
 #include "platform/Hashing.h"
 
 namespace nyb {
