@@ -164,8 +164,11 @@ struct Limits {
   std::size_t headerBytes = 0;
 };
 
+// At least a millisecond (zero, negative and NaN included), at most about 31
+// years, so that deadlines never overflow the clock.
 Clock::duration secondsToDuration(double seconds) {
-  return std::chrono::milliseconds(std::llround(std::clamp(seconds, 0.001, 1e9) * 1000.0));
+  const double bounded = seconds > 0.001 ? std::min(seconds, 1e9) : 0.001;
+  return std::chrono::milliseconds(std::llround(bounded * 1000.0));
 }
 
 // One exchange on its way through the multi handle. Touched only on the
