@@ -366,9 +366,11 @@ void finishWithError(std::unique_ptr<Transfer> transfer, std::shared_ptr<NYBErro
 
 void finish(std::unique_ptr<Transfer> transfer, CURLcode result) {
   NYBURLSessionCompletion completion = std::move(transfer->completion);
+  // A status line that came before a failure still gives a response.
+  std::shared_ptr<const NYBHTTPURLResponse> response;
+  if (result == CURLE_OK || transfer->statusLineSeen) response = transfer->response();
   std::shared_ptr<NYBError> error;
   if (result == CURLE_OK) {
-    auto response = transfer->response();
     const std::int64_t status = response->statusCode();
     if (status < 300 || status > 399 || !response->valueForHTTPHeaderField("Location")) {
       NYBData data(std::move(transfer->received));
@@ -387,9 +389,6 @@ void finish(std::unique_ptr<Transfer> transfer, CURLcode result) {
                                    : std::string(curl_easy_strerror(result));
     error = transportError(codeForCurlResult(result), detail);
   }
-  // A status line that came before the failure still gives a response.
-  std::shared_ptr<const NYBHTTPURLResponse> response;
-  if (transfer->statusLineSeen) response = transfer->response();
   transfer.reset();
   if (completion) completion(std::nullopt, std::move(response), std::move(error));
 }
