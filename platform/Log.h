@@ -6,6 +6,9 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "NymbrelCore/NYBPlatformLog.h"
@@ -15,6 +18,19 @@ namespace nyb {
 template <typename... Args>
 void log(fmt::format_string<Args...> format, Args&&... args) {
   NYBPlatformLog(fmt::format(format, std::forward<Args>(args)...));
+}
+
+// How much of text that came from elsewhere (an answer's body) a log line
+// shows: a hostile or broken server must not fill the log.
+inline constexpr std::size_t kLoggedTextBytes = 1024;
+
+// The text whole when it fits; otherwise its first kLoggedTextBytes at most,
+// cut between UTF-8 characters, then "... (<length> bytes)".
+inline std::string shortenedForLog(std::string_view text) {
+  if (text.size() <= kLoggedTextBytes) return std::string(text);
+  std::size_t cut = kLoggedTextBytes;
+  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+  return fmt::format("{}... ({} bytes)", text.substr(0, cut), text.size());
 }
 
 }  // namespace nyb

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -45,6 +46,9 @@ std::shared_ptr<NYBError> transportError(NYBURLErrorCode code, std::string_view 
       break;
     case NYBURLErrorBadServerResponse:
       description = "The server's answer could not be read as HTTP.";
+      break;
+    case NYBURLErrorDataLengthExceedsMaximum:
+      description = "The server's answer exceeds the maximum size.";
       break;
     case NYBURLErrorSecureConnectionFailed:
       description =
@@ -152,7 +156,23 @@ struct HandlePool {
 };
 thread_local HandlePool handlePool;
 
-// One exchange on its way through the multi handle.
+// What one exchange may take; see NYBURLSessionConfiguration.
+struct Limits {
+  Clock::duration idleTimeout{};
+  Clock::duration totalTimeout{};
+  std::size_t bodyBytes = 0;
+  std::size_t headerBytes = 0;
+};
+
+// At least a millisecond (zero, negative and NaN included), at most about 31
+// years, so that deadlines never overflow the clock.
+Clock::duration secondsToDuration(double seconds) {
+  const double bounded = seconds > 0.001 ? std::min(seconds, 1e9) : 0.001;
+  return std::chrono::milliseconds(std::llround(bounded * 1000.0));
+}
+
+// One exchange on its way through the multi handle. Touched only on the
+// worker thread.
 struct Transfer {
   NYBURLRequest request;
   NYBURLSessionCompletion completion;
@@ -162,11 +182,17 @@ struct Transfer {
   NYBHTTPHeaderFields responseHeaders;
   bool statusLineSeen = false;
   char errorBuffer[CURL_ERROR_SIZE] = {};
-  // The time-out is a span without progress: any byte sent or received
-  // starts it again. Touched only on the worker thread.
-  Clock::duration idleTimeout{};
+  Limits limits;
+  // The idle time-out is a span without progress: any byte sent or received
+  // starts it again. The total time-out runs from the start whatever moves,
+  // so that a server dripping bytes cannot hold the exchange.
+  Clock::time_point started;
   Clock::time_point lastProgress;
   curl_off_t bytesMoved = 0;
+  std::size_t headerBytesSeen = 0;
+  int requestsStarted = 0;
+  // Why a callback stopped the exchange, when one did.
+  std::optional<NYBURLErrorCode> stoppedFor;
 
   Transfer(NYBURLRequest r, NYBURLSessionCompletion c)
       : request(std::move(r)), completion(std::move(c)) {}
@@ -177,10 +203,29 @@ struct Transfer {
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
 
+  // libcurl hands the body over decoded, so the limit holds against a small
+  // compressed answer that inflates without end.
   static size_t onBody(char* data, size_t size, size_t count, void* context) {
     auto* self = static_cast<Transfer*>(context);
-    self->received.insert(self->received.end(), data, data + size * count);
-    return size * count;
+    const size_t length = size * count;
+    if (length > self->limits.bodyBytes - self->received.size()) {
+      self->stoppedFor = NYBURLErrorDataLengthExceedsMaximum;
+      return 0;
+    }
+    self->received.insert(self->received.end(), data, data + length);
+    return length;
+  }
+
+  // libcurl sends a request again by itself when a kept-alive connection
+  // dies before any answer came (and on a few other occasions), but the
+  // service may already hold the first copy: a record stored twice. Every
+  // request of an exchange passes here just before it is written, so the
+  // second one never leaves.
+  static int onRequestStart(void* context, char*, char*, int, int) {
+    auto* self = static_cast<Transfer*>(context);
+    if (++self->requestsStarted == 1) return CURL_PREREQFUNC_OK;
+    self->stoppedFor = NYBURLErrorNetworkConnectionLost;
+    return CURL_PREREQFUNC_ABORT;
   }
 
   static int onProgress(void* context, curl_off_t, curl_off_t received, curl_off_t,
@@ -193,11 +238,20 @@ struct Transfer {
     return 0;
   }
 
-  Clock::time_point deadline() const { return lastProgress + idleTimeout; }
+  Clock::time_point deadline() const {
+    return std::min(lastProgress + limits.idleTimeout, started + limits.totalTimeout);
+  }
 
+  // Header bytes are counted over every answer of the exchange, so that a
+  // stream of interim answers cannot grow without end either.
   static size_t onHeader(char* data, size_t size, size_t count, void* context) {
     auto* self = static_cast<Transfer*>(context);
     const std::string_view line(data, size * count);
+    self->headerBytesSeen += line.size();
+    if (self->headerBytesSeen > self->limits.headerBytes) {
+      self->stoppedFor = NYBURLErrorDataLengthExceedsMaximum;
+      return 0;
+    }
     if (line.substr(0, 5) == "HTTP/") {
       // A new answer (after an interim 1xx or a redirect) starts afresh.
       self->statusLineSeen = true;
@@ -217,29 +271,35 @@ struct Transfer {
   }
 
   // Sets up the easy handle; an error when the request cannot be sent.
-  std::shared_ptr<NYBError> configure(double defaultTimeout) {
+  std::shared_ptr<NYBError> configure(const NYBURLSessionConfiguration& configuration) {
     if (!request.URL || !isHTTPScheme(*request.URL)) {
       return transportError(NYBURLErrorUnsupportedURL);
     }
     easy = handlePool.take();
     if (easy == nullptr) return transportError(NYBURLErrorUnknown, "curl_easy_init failed");
 
-    const double timeout = request.timeoutInterval.value_or(defaultTimeout);
-    const long timeoutMilliseconds = std::lround(std::max(timeout, 0.001) * 1000.0);
-    idleTimeout = std::chrono::milliseconds(timeoutMilliseconds);
-    lastProgress = Clock::now();
+    limits.idleTimeout = secondsToDuration(
+        request.timeoutInterval.value_or(configuration.timeoutIntervalForRequest));
+    limits.totalTimeout = secondsToDuration(configuration.timeoutIntervalForResource);
+    limits.bodyBytes = configuration.maximumResponseBodyBytes;
+    limits.headerBytes = configuration.maximumResponseHeaderBytes;
+    started = lastProgress = Clock::now();
+    const auto connectTimeout =
+        std::chrono::duration_cast<std::chrono::milliseconds>(limits.idleTimeout);
 
     curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
     curl_easy_setopt(easy, CURLOPT_URL, request.URL->absoluteString().c_str());
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 16L);
+    // Redirects are never followed: a request that went elsewhere would carry
+    // the token there, and would be a second request of one exchange.
+    curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 0L);
+    curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, &Transfer::onRequestStart);
+    curl_easy_setopt(easy, CURLOPT_PREREQDATA, this);
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_TCP_NODELAY, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, timeoutMilliseconds);
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectTimeout.count()));
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
     curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
@@ -306,20 +366,29 @@ void finishWithError(std::unique_ptr<Transfer> transfer, std::shared_ptr<NYBErro
 
 void finish(std::unique_ptr<Transfer> transfer, CURLcode result) {
   NYBURLSessionCompletion completion = std::move(transfer->completion);
-  if (result == CURLE_OK) {
-    auto response = transfer->response();
-    NYBData data(std::move(transfer->received));
-    transfer.reset();
-    if (completion) completion(std::move(data), std::move(response), nullptr);
-    return;
-  }
-  // A status line that came before the failure still gives a response.
+  // A status line that came before a failure still gives a response.
   std::shared_ptr<const NYBHTTPURLResponse> response;
-  if (transfer->statusLineSeen) response = transfer->response();
-  const std::string detail = transfer->errorBuffer[0] != '\0'
-                                 ? std::string(transfer->errorBuffer)
-                                 : std::string(curl_easy_strerror(result));
-  auto error = transportError(codeForCurlResult(result), detail);
+  if (result == CURLE_OK || transfer->statusLineSeen) response = transfer->response();
+  std::shared_ptr<NYBError> error;
+  if (result == CURLE_OK) {
+    const std::int64_t status = response->statusCode();
+    if (status < 300 || status > 399 || !response->valueForHTTPHeaderField("Location")) {
+      NYBData data(std::move(transfer->received));
+      transfer.reset();
+      if (completion) completion(std::move(data), std::move(response), nullptr);
+      return;
+    }
+    // The transport follows no redirect, so any one is one too many.
+    error = transportError(NYBURLErrorHTTPTooManyRedirects,
+                           "redirect not followed (status " + std::to_string(status) + ")");
+  } else if (transfer->stoppedFor) {
+    error = transportError(*transfer->stoppedFor);
+  } else {
+    const std::string detail = transfer->errorBuffer[0] != '\0'
+                                   ? std::string(transfer->errorBuffer)
+                                   : std::string(curl_easy_strerror(result));
+    error = transportError(codeForCurlResult(result), detail);
+  }
   transfer.reset();
   if (completion) completion(std::nullopt, std::move(response), std::move(error));
 }
@@ -388,7 +457,7 @@ class CurlURLSession final : public NYBURLSession {
           return;
         }
         for (auto& transfer : batch) {
-          if (auto error = transfer->configure(configuration.timeoutIntervalForRequest)) {
+          if (auto error = transfer->configure(configuration)) {
             finishWithError(std::move(transfer), std::move(error));
             continue;
           }

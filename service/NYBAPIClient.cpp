@@ -172,7 +172,7 @@ NYBDynamicValue NYBAPIClientClass::transformJSONObject(const NYBDynamicValue& JS
     if (modelClass == nullptr) return {};
     return modelClass->modelFromJSONObject(JSONObject);
   }
-  log("Invalid JSON Object: {}", JSONObject.description());
+  log("Invalid JSON Object: {}", shortenedForLog(JSONObject.description()));
   return {};
 }
 

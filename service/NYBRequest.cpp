@@ -46,10 +46,10 @@ bool isValidUTF8(std::string_view text) {
 }
 
 // The body as text for a log line: "(null)" when there is no body or it is
-// not UTF-8, as a missing string prints.
+// not UTF-8, as a missing string prints; shortened when long.
 std::string bodyText(const std::optional<NYBData>& data) {
   if (!data || !isValidUTF8(data->view())) return "(null)";
-  return std::string(data->view());
+  return shortenedForLog(data->view());
 }
 
 std::string descriptionOrNull(const std::shared_ptr<NYBError>& error) {

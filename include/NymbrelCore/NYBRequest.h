@@ -7,7 +7,9 @@
 // an image, a multipart body holding the image as PNG. The answer is sorted by
 // status: 400 and above becomes an error of kNYBHTTPErrorDomain, anything
 // below is parsed as JSON. Nothing here retries, caches or times out by
-// itself; one call sends exactly one request through the shared URL session.
+// itself; one call sends exactly one request through the shared URL session,
+// which never repeats it nor follows a redirect. The log lines show at most
+// the first KiB of an answer's body.
 //
 // A request is configured by one thread at a time. sendWithCompletion() may
 // be called from any thread and returns at once; the completion runs later,

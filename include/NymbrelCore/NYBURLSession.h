@@ -9,9 +9,17 @@
 // it runs, no other exchange of that session makes progress. Connections to
 // a host are kept open and reused. TLS peer and host verification are always
 // on; proxies come from the environment (http_proxy, https_proxy, no_proxy).
-// A request that makes no progress for its time-out (60 seconds unless the
-// request or the session's configuration says otherwise) fails with
-// NYBURLErrorTimedOut.
+//
+// One exchange writes at most one request: when a kept-alive connection dies
+// before an answer, the request is not sent again (the server may hold it);
+// the exchange fails with NYBURLErrorNetworkConnectionLost. Redirects are
+// never followed: an answer with a 3xx status and a Location field fails with
+// NYBURLErrorHTTPTooManyRedirects, so nothing the request carries reaches
+// another origin. An answer is bounded (NYBURLSessionConfiguration): a body
+// (after content decoding) or header lines beyond their limit fail with
+// NYBURLErrorDataLengthExceedsMaximum; an exchange that runs past its total
+// time, or makes no progress for its time-out (60 seconds unless the request
+// says otherwise), fails with NYBURLErrorTimedOut.
 //
 // A transport failure is an NYBError of kNYBURLErrorDomain whose code is one
 // of NYBURLErrorCode; its description never holds the request's URL.
@@ -24,6 +32,7 @@
 // shared session is never destroyed.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -52,6 +61,7 @@ enum NYBURLErrorCode : std::int64_t {
   NYBURLErrorNetworkConnectionLost = -1005,
   NYBURLErrorHTTPTooManyRedirects = -1007,
   NYBURLErrorBadServerResponse = -1011,
+  NYBURLErrorDataLengthExceedsMaximum = -1103,
   NYBURLErrorSecureConnectionFailed = -1200,
   NYBURLErrorServerCertificateUntrusted = -1202,
 };
@@ -107,6 +117,13 @@ using NYBURLSessionCompletion =
 struct NYBURLSessionConfiguration {
   // Seconds without progress, for requests that do not set their own.
   double timeoutIntervalForRequest = 60.0;
+  // Seconds one exchange may take in all, however steadily bytes move: a
+  // 20 MB photo still goes up at a third of a megabit per second.
+  double timeoutIntervalForResource = 600.0;
+  // The most bytes of an answer's body, counted after content decoding.
+  std::size_t maximumResponseBodyBytes = 4 * 1024 * 1024;
+  // The most bytes of an answer's header lines, interim answers included.
+  std::size_t maximumResponseHeaderBytes = 64 * 1024;
 };
 
 class NYBURLSession;

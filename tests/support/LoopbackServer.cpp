@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <condition_variable>
@@ -53,12 +54,18 @@ const std::string* findHeader(const HeaderList& headers, std::string_view name) 
   return nullptr;
 }
 
+using Clock = std::chrono::steady_clock;
+
 struct Connection {
   int fd = -1;
   std::size_t index = 0;
   std::string buffer;
   bool silent = false;  // never answers again; waits for the client to leave
   bool closing = false;
+  // A body still being dripped; the connection answers nothing else meanwhile.
+  std::string dripping;
+  std::chrono::milliseconds dripInterval{0};
+  Clock::time_point nextDrip;
 };
 
 // A whole request at the front of the buffer: its parts, and how many bytes
@@ -181,11 +188,26 @@ ScriptedResponse ScriptedResponse::neverAnswer() {
   return response;
 }
 
+ScriptedResponse ScriptedResponse::closeWithoutAnswer() {
+  ScriptedResponse response;
+  response.kind = Kind::CloseWithoutAnswer;
+  return response;
+}
+
+ScriptedResponse ScriptedResponse::drip(int status, std::string body,
+                                        std::chrono::milliseconds interval) {
+  ScriptedResponse response = json(status, std::move(body));
+  response.kind = Kind::Drip;
+  response.interval = interval;
+  return response;
+}
+
 struct LoopbackServer::State {
   int listener = -1;
   int wakeRead = -1;
   int wakeWrite = -1;
   int port = 0;
+  std::string address;
   std::thread thread;
 
   mutable std::mutex mutex;
@@ -207,7 +229,7 @@ struct LoopbackServer::State {
 
   // Answers every whole request in the connection's buffer.
   void serve(Connection& connection) {
-    while (!connection.silent && !connection.closing) {
+    while (!connection.silent && !connection.closing && connection.dripping.empty()) {
       Parsed parsed = parse(connection.buffer, connection.index);
       if (parsed.consumed == 0) {
         if (parsed.headComplete && parsed.expectsContinue &&
@@ -243,18 +265,51 @@ struct LoopbackServer::State {
         case ScriptedResponse::Kind::NeverAnswer:
           connection.silent = true;
           break;
+        case ScriptedResponse::Kind::CloseWithoutAnswer:
+          connection.closing = true;
+          break;
+        case ScriptedResponse::Kind::Drip:
+          sendAll(connection.fd, statusAndHeaders(response, response.body.size(), true));
+          connection.dripping = response.body;
+          connection.dripInterval = response.interval;
+          connection.nextDrip = Clock::now() + response.interval;
+          break;
       }
     }
+  }
+
+  // Sends the next byte of every drip that is due; the wait until the next
+  // one is due, or -1 when nothing drips.
+  int drip(std::list<Connection>& connections) {
+    const auto now = Clock::now();
+    int wait = -1;
+    for (Connection& connection : connections) {
+      if (connection.dripping.empty()) continue;
+      if (now >= connection.nextDrip) {
+        sendAll(connection.fd, connection.dripping.substr(0, 1));
+        connection.dripping.erase(0, 1);
+        connection.nextDrip = now + connection.dripInterval;
+        if (connection.dripping.empty()) {
+          serve(connection);
+          continue;
+        }
+      }
+      const auto due = std::chrono::ceil<std::chrono::milliseconds>(connection.nextDrip - now);
+      wait =
+          wait < 0 ? static_cast<int>(due.count()) : std::min(wait, static_cast<int>(due.count()));
+    }
+    return wait;
   }
 
   void loop() {
     std::list<Connection> connections;
     for (;;) {
+      const int wait = drip(connections);
       std::vector<pollfd> fds;
       fds.push_back({wakeRead, POLLIN, 0});
       fds.push_back({listener, POLLIN, 0});
       for (const auto& connection : connections) fds.push_back({connection.fd, POLLIN, 0});
-      if (::poll(fds.data(), fds.size(), -1) < 0) {
+      if (::poll(fds.data(), fds.size(), wait) < 0) {
         if (errno == EINTR) continue;
         break;
       }
@@ -265,7 +320,9 @@ struct LoopbackServer::State {
           const int one = 1;
           ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
           std::lock_guard lock(mutex);
-          connections.push_back({fd, connectionsAccepted++, {}, false, false});
+          Connection& connection = connections.emplace_back();
+          connection.fd = fd;
+          connection.index = connectionsAccepted++;
         }
       }
       std::size_t i = 2;
@@ -295,14 +352,19 @@ struct LoopbackServer::State {
   }
 };
 
-LoopbackServer::LoopbackServer() : state_(std::make_shared<State>()) {
+LoopbackServer::LoopbackServer() : LoopbackServer("127.0.0.1") {}
+
+LoopbackServer::LoopbackServer(const std::string& bindAddress) : state_(std::make_shared<State>()) {
   State& s = *state_;
-  s.listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (s.listener < 0) throw std::runtime_error("LoopbackServer: socket failed");
+  s.address = bindAddress;
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::inet_pton(AF_INET, bindAddress.c_str(), &address.sin_addr) != 1) {
+    throw std::runtime_error("LoopbackServer: not an IPv4 address: " + bindAddress);
+  }
   address.sin_port = 0;
+  s.listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (s.listener < 0) throw std::runtime_error("LoopbackServer: socket failed");
   if (::bind(s.listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
       ::listen(s.listener, 64) != 0) {
     ::close(s.listener);
@@ -333,7 +395,7 @@ LoopbackServer::~LoopbackServer() {
 int LoopbackServer::port() const { return state_->port; }
 
 std::string LoopbackServer::baseURL() const {
-  return "http://127.0.0.1:" + std::to_string(state_->port);
+  return "http://" + state_->address + ":" + std::to_string(state_->port);
 }
 
 void LoopbackServer::enqueue(ScriptedResponse response) {

@@ -1,4 +1,5 @@
-// A raw-socket HTTP/1.1 server on 127.0.0.1 for tests and benchmarks.
+// A raw-socket HTTP/1.1 server on 127.0.0.1 (or another loopback address)
+// for tests and benchmarks.
 //
 // It listens on an ephemeral port from construction and serves on a thread of
 // its own. Every request is recorded exactly as it arrived: method, target,
@@ -7,7 +8,8 @@
 // answered in order from a script of responses; when the script is empty, the
 // default response answers (200 with the body "{}" unless set). A scripted
 // response can also close the connection in the middle of its answer, send
-// bytes that are not HTTP, reset the connection, or never answer at all.
+// bytes that are not HTTP, reset the connection, close it without a byte of
+// answer, drip its body one byte at a time, or never answer at all.
 //
 // Every member may be called from any thread.
 #pragma once
@@ -39,17 +41,20 @@ struct RecordedRequest {
 
 struct ScriptedResponse {
   enum class Kind {
-    Answer,          // status line, headers, body; the connection stays open
-    CloseMidAnswer,  // status line and headers promising more body than is sent, then close
-    Garbage,         // the body bytes alone, not HTTP, then close
-    Reset,           // the connection is reset without a byte of answer
-    NeverAnswer,     // nothing, for as long as the client waits
+    Answer,              // status line, headers, body; the connection stays open
+    CloseMidAnswer,      // status line and headers promising more body than is sent, then close
+    Garbage,             // the body bytes alone, not HTTP, then close
+    Reset,               // the connection is reset without a byte of answer
+    NeverAnswer,         // nothing, for as long as the client waits
+    CloseWithoutAnswer,  // the request is read whole, then the connection is closed
+    Drip,                // status line and headers at once, then one body byte per interval
   };
   Kind kind = Kind::Answer;
   int status = 200;
   std::string reason = "OK";
   HeaderList headers;  // Content-Length is added unless given (and for 204)
   std::string body;
+  std::chrono::milliseconds interval{0};  // between the bytes of a drip
 
   static ScriptedResponse json(int status, std::string body);
   static ScriptedResponse noContent();
@@ -58,17 +63,21 @@ struct ScriptedResponse {
   static ScriptedResponse garbage(std::string bytes);
   static ScriptedResponse reset();
   static ScriptedResponse neverAnswer();
+  static ScriptedResponse closeWithoutAnswer();
+  static ScriptedResponse drip(int status, std::string body, std::chrono::milliseconds interval);
 };
 
 class LoopbackServer {
  public:
   LoopbackServer();
+  // Listens on another loopback address, such as "127.0.0.2".
+  explicit LoopbackServer(const std::string& address);
   ~LoopbackServer();
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
 
   int port() const;
-  // "http://127.0.0.1:<port>"
+  // "http://<address>:<port>"
   std::string baseURL() const;
 
   // Appends to the script; each request takes the first response left.
