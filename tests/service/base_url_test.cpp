@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "NYBBundleInfo.h"
 #include "NymbrelCore/NYBConstants.h"
 #include "NymbrelCore/NYBException.h"
 
@@ -13,8 +12,10 @@ namespace nyb {
 namespace {
 
 TEST(RequestBaseURL, BuildValueUntilTheHostSaysOtherwiseAndNeverClearTextOffThisMachine) {
+  const std::string before = kNYBRequestBaseURLString;
   ::setenv("NYMBREL_BASE_URL", "http://attacker.example/v1", 1);
-  EXPECT_EQ(kNYBRequestBaseURLString.value(), bundle::kBaseURL);
+  EXPECT_EQ(kNYBRequestBaseURLString.value(), before);
+  EXPECT_NE(before, "http://attacker.example/v1");
 
   for (const char* accepted :
        {"http://127.0.0.1:41873/v1", "http://127.8.9.10/v1", "http://localhost:8080/v1",
@@ -28,6 +29,7 @@ TEST(RequestBaseURL, BuildValueUntilTheHostSaysOtherwiseAndNeverClearTextOffThis
     EXPECT_EQ(kNYBRequestBaseURLString.value(), "https://api.example.org/v1") << refused;
   }
   ::unsetenv("NYMBREL_BASE_URL");
+  NYBSetRequestBaseURL(before);
 }
 
 }  // namespace
