@@ -6,12 +6,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
-#include "platform/ClassRegistry.h"
 #include "platform/Log.h"
 #include "session/SessionInternal.h"
 
@@ -68,18 +66,6 @@ std::shared_ptr<NYBReachability> internetMonitor(
   return std::make_shared<NYBReachability>(std::move(target));
 }
 
-// A write still running when the program ends would archive with class
-// objects that exit is destroying (function-local statics), so exit waits for
-// the write queue first. Registered once every class object of the library
-// exists: exit runs it before any of them is destroyed.
-void finishWritesAtExit() {
-  static const bool registered = [] {
-    registerLibraryClasses();
-    return std::atexit([] { session::archiveWriteQueue().flush(); }) == 0;
-  }();
-  (void)registered;
-}
-
 }  // namespace
 
 NYBSession::NYBSession(PrivateTag) {}
@@ -92,7 +78,6 @@ void NYBSession::start(const NYBSessionConfiguration& configuration) {
         if (auto self = weakSelf.lock()) self->reachabilityChanged(notification);
       });
   session::archiveWriteQueue();
-  finishWritesAtExit();
   reachability_ = internetMonitor(configuration.reachabilitySource);
   if (reachability_) reachability_->startNotifier();
   loadSession();
@@ -110,6 +95,7 @@ std::shared_ptr<NYBUser> NYBSession::user() const {
 }
 
 void NYBSession::startSessionWithUser(const std::shared_ptr<NYBUser>& user) {
+  session::finishWritesAtExit();
   if (sessionData_) endSession();
   sessionData_ = std::make_shared<NYBSessionData>(user);
   sessionData_->verifyImageDirectory();

@@ -15,6 +15,14 @@ namespace nyb {
 
 namespace session {
 
+void finishWritesAtExit() {
+  struct FinishWrites {
+    ~FinishWrites() { archiveWriteQueue().flush(); }
+  };
+  thread_local FinishWrites guard;
+  (void)guard;
+}
+
 std::shared_ptr<NYBRecord> queuedCopy(const std::shared_ptr<NYBRecord>& record) {
   return record->copyAs<NYBRecord>();
 }
@@ -132,6 +140,7 @@ void NYBSession::reachabilityChanged(const NYBNotification& /*notification*/) {
 }
 
 void NYBSession::processQueue() {
+  session::finishWritesAtExit();
   processRecords();
   processImages();
 }

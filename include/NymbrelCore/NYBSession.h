@@ -52,10 +52,10 @@
 // one. No submission, and no start-up from an archive holding such a
 // record, raises.
 //
-// Exit. A write under way when the program ends is finished before exit goes
-// on (exit waits for the write queue), so the archive on disk is always a
-// whole one. Saves asked for during that write are not: an application that
-// wants its newest state on disk calls waitForArchiveWrites() on the main
+// Exit. A write under way when the program ends (main returning, or exit on
+// the thread that drives the session) is finished before exit destroys
+// anything, so the archive on disk is always a whole one. Saves asked for during that write are
+// not: an application that wants its newest state on disk calls waitForArchiveWrites() on the main
 // thread before it returns from main.
 //
 // Threads. Everything is called on the main thread (the thread that drives
