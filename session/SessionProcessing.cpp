@@ -2,6 +2,7 @@
 // each outcome does to the queue.
 #include <fmt/format.h>
 
+#include <atomic>
 #include <utility>
 
 #include "NymbrelCore/NYBConstants.h"
@@ -160,9 +161,9 @@ void NYBSession::processRecords() {
     return;
   }
   auto self = std::static_pointer_cast<NYBSession>(shared_from_this());
-  // Main thread only, like the queue: the completion comes on the main queue
-  // or before the call returns.
-  auto insideCall = std::make_shared<bool>(true);
+  // Whether the client is still inside the call below: it calls the
+  // completion at once for a record it refuses before sending.
+  auto insideCall = std::make_shared<std::atomic<bool>>(true);
   NYBAPICompletion completion = [self, task, insideCall, origin = sessionData_](
                                     NYBDynamicValue result,
                                     std::shared_ptr<NYBError> error) mutable {
@@ -198,7 +199,7 @@ void NYBSession::processRecords() {
     }
     session.saveSessionData();
     session.processingRecord_ = nullptr;
-    if (continueQueue) goOn(owner, *insideCall);
+    if (continueQueue) goOn(owner, insideCall->load());
     task->end();
   };
 
@@ -210,7 +211,7 @@ void NYBSession::processRecords() {
   } else {
     client->postRecord(record, std::move(completion));
   }
-  *insideCall = false;
+  insideCall->store(false);
 }
 
 void NYBSession::processImages() {
@@ -241,42 +242,42 @@ void NYBSession::processImages() {
     return;
   }
   auto self = std::static_pointer_cast<NYBSession>(shared_from_this());
-  client->uploadImage(std::move(image), processingRecord_,
-                      [self, task, origin = sessionData_](NYBDynamicValue result,
-                                                          std::shared_ptr<NYBError> error) mutable {
-                        const std::shared_ptr<NYBSession> owner = std::move(self);
-                        NYBSession& session = *owner;
-                        const std::shared_ptr<NYBSessionData> data = sentFor(session, origin);
-                        std::shared_ptr<NYBRecord> record = session.processingRecord_;
-                        bool continueQueue = !data;
-                        if (error) {
-                          log("NYBSesssion upload image. Error: {}", error->localizedDescription());
-                          if (session::isServiceRefusal(error)) {
-                            post(kNYBRecordImageSubmissionFailedNotification, observersCopy(record),
-                                 errorInfo(error));
-                            if (data) data->removeImageForRecord(record);
-                            continueQueue = true;
-                          }
-                        } else {
-                          // The photo is dropped while the record still equals its key.
-                          if (data) data->removeImageForRecord(record);
-                          if (record) {
-                            // On a copy: the queued record may be in a snapshot that the
-                            // write queue is archiving right now. Nothing keeps the copy, so
-                            // it is what the observers get.
-                            record = record->copyAs<NYBRecord>();
-                            if (auto media = result.objectAs<NYBMedia>()) record->addMedia(media);
-                            session.processingRecord_ = record;
-                          }
-                          post(kNYBRecordImageSubmittedNotification, record);
-                          if (data && !data->hasImages()) data->eraseImageDirectoryContents();
-                          continueQueue = true;
-                        }
-                        session.saveSessionData();
-                        session.processingRecord_ = nullptr;
-                        if (continueQueue) session.processQueue();
-                        task->end();
-                      });
+  NYBAPICompletion completion = [self, task, origin = sessionData_](
+                                    NYBDynamicValue result,
+                                    std::shared_ptr<NYBError> error) mutable {
+    const std::shared_ptr<NYBSession> owner = std::move(self);
+    NYBSession& session = *owner;
+    const std::shared_ptr<NYBSessionData> data = sentFor(session, origin);
+    std::shared_ptr<NYBRecord> record = session.processingRecord_;
+    bool continueQueue = !data;
+    if (error) {
+      log("NYBSesssion upload image. Error: {}", error->localizedDescription());
+      if (session::isServiceRefusal(error)) {
+        post(kNYBRecordImageSubmissionFailedNotification, observersCopy(record), errorInfo(error));
+        if (data) data->removeImageForRecord(record);
+        continueQueue = true;
+      }
+    } else {
+      // The photo is dropped while the record still equals its key.
+      if (data) data->removeImageForRecord(record);
+      if (record) {
+        // On a copy: the queued record may be in a snapshot that the write
+        // queue is archiving right now. Nothing keeps the copy, so it is what
+        // the observers get.
+        record = record->copyAs<NYBRecord>();
+        if (auto media = result.objectAs<NYBMedia>()) record->addMedia(media);
+        session.processingRecord_ = record;
+      }
+      post(kNYBRecordImageSubmittedNotification, record);
+      if (data && !data->hasImages()) data->eraseImageDirectoryContents();
+      continueQueue = true;
+    }
+    session.saveSessionData();
+    session.processingRecord_ = nullptr;
+    if (continueQueue) session.processQueue();
+    task->end();
+  };
+  client->uploadImage(std::move(image), processingRecord_, std::move(completion));
 }
 
 }  // namespace nyb
