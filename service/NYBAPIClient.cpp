@@ -5,6 +5,7 @@
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDispatchQueue.h"
 #include "NymbrelCore/NYBException.h"
+#include "NymbrelCore/NYBJSONSerialization.h"
 #include "NymbrelCore/NYBMedia.h"
 #include "platform/Log.h"
 #include "platform/PercentEncoding.h"
@@ -42,6 +43,37 @@ void deliver(NYBAPICompletion completion, NYBDynamicValue result, std::shared_pt
   if (!completion) return;
   NYBDispatchQueue::main().async([completion = std::move(completion), result = std::move(result),
                                   error = std::move(error)] { completion(result, error); });
+}
+
+// Puts the record's JSON document into `document`; false, after telling the
+// completion at once, when there can be none: a value its transformer cannot
+// write raises, and a value JSON cannot hold (NaN) would otherwise leave the
+// request without a body. Either way the record can never be sent, so it is
+// refused before anything goes out, as a failed check is.
+bool encode(const NYBRecord& record, NYBDynamicValue& document,
+            const NYBAPICompletion& completion) {
+  std::string detail;
+  try {
+    document = NYBDynamicValue(record.JSONObject());
+    if (NYBJSONSerialization::isValidJSONObject(document)) return true;
+    for (const auto& [key, value] : *document.dictionary()) {
+      if (!NYBJSONSerialization::isValidJSONObject(NYBArray{value})) {
+        detail = "the value of " + key.description() + " is not a JSON value";
+        break;
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& failure) {
+    detail = failure.what();
+  }
+  document = NYBDynamicValue();
+  if (completion) {
+    completion(NYBDynamicValue(), NYBError::errorWithDescription(
+                                      std::string(kNYBAPIErrorDomain), NYBAPIErrorUnencodableRecord,
+                                      "Record cannot be encoded: " + detail));
+  }
+  return false;
 }
 
 }  // namespace
@@ -191,6 +223,8 @@ std::optional<std::string> NYBAPIClientClass::localizedDescriptionForErrorCode(
       return "Missing record";
     case NYBAPIErrorMismatchedRecordTypes:
       return "Mismatched record types";
+    case NYBAPIErrorUnencodableRecord:
+      return "Record cannot be encoded";
   }
   return std::nullopt;
 }
@@ -258,10 +292,12 @@ void NYBAPIClient::postRecord(const std::shared_ptr<NYBRecord>& record,
     if (completion) completion(NYBDynamicValue(), error);
     return;
   }
+  NYBDynamicValue document;
+  if (!encode(*record, document, completion)) return;
   const auto user = this->user();
   const auto root = cls.JSONRootForRecordType(record->recordType());
   NYBDictionary body;
-  if (root) body.set(*root, record->JSONObject());
+  if (root) body.set(*root, std::move(document));
   sendRequest(makeRequest(NYBHTTPMethodPOST, cls.urlForRecordType(record->recordType(), user), user,
                           std::move(body)),
               root, &record->classObject(), std::move(completion));
@@ -278,7 +314,11 @@ void NYBAPIClient::postMultipleRecords(const NYBRecordList& records, NYBAPICompl
   const auto root = cls.JSONRootForRecordType(first->recordType());
   NYBArray documents;
   documents.reserve(records.size());
-  for (const auto& record : records) documents.append(record->JSONObject());
+  for (const auto& record : records) {
+    NYBDynamicValue document;
+    if (!encode(*record, document, completion)) return;
+    documents.append(std::move(document));
+  }
   NYBDictionary body;
   if (root) body.set(*root, std::move(documents));
   sendRequest(makeRequest(NYBHTTPMethodPOST, cls.urlForRecordType(first->recordType(), user), user,
@@ -300,9 +340,11 @@ void NYBAPIClient::updateRecord(const std::shared_ptr<NYBRecord>& record,
 
 void NYBAPIClient::putRecord(const std::shared_ptr<NYBRecord>& record, std::optional<NYBURL> url,
                              const std::shared_ptr<NYBUser>& user, NYBAPICompletion completion) {
+  NYBDynamicValue document;
+  if (!encode(*record, document, completion)) return;
   const auto root = classObject().JSONRootForRecordType(record->recordType());
   NYBDictionary body;
-  if (root) body.set(*root, record->JSONObject());
+  if (root) body.set(*root, std::move(document));
   sendRequest(makeRequest(NYBHTTPMethodPUT, std::move(url), user, std::move(body)), root,
               &record->classObject(), std::move(completion));
 }

@@ -95,6 +95,7 @@ std::shared_ptr<NYBUser> NYBSession::user() const {
 }
 
 void NYBSession::startSessionWithUser(const std::shared_ptr<NYBUser>& user) {
+  session::finishWritesAtExit();
   if (sessionData_) endSession();
   sessionData_ = std::make_shared<NYBSessionData>(user);
   sessionData_->verifyImageDirectory();

@@ -16,6 +16,14 @@ namespace nyb::session {
 // "com.nymbrel.sessionWrite"; made on first use and never destroyed.
 NYBDispatchQueue& archiveWriteQueue();
 
+// Makes the calling thread, when it ends the process (main returning, or
+// exit), first wait for the write queue. Exit destroys the exiting thread's
+// thread_local objects before any static one, and a write reads statics (the
+// class objects, shared constant values): so a write under way then finishes
+// on intact objects and leaves a whole archive. Called on the thread that
+// drives the session, before it queues writes.
+void finishWritesAtExit();
+
 // What the queue keeps of a record handed to the session.
 std::shared_ptr<NYBRecord> queuedCopy(const std::shared_ptr<NYBRecord>& record);
 

@@ -9,9 +9,11 @@
 // beside whatever result the answer also holds.
 //
 // Threads: operations may be called from any thread and do not block. A
-// record that fails the checks is reported synchronously, before the call
-// returns, on the calling thread; every other outcome is delivered on the
-// main queue (NYBDispatchQueue::main()), exactly once. A completion may be
+// record that fails the checks, or whose JSON document cannot be made
+// (NYBAPIErrorUnencodableRecord, naming the key), is reported synchronously,
+// before the call returns, on the calling thread, and nothing is sent; every
+// other outcome is delivered on the main queue (NYBDispatchQueue::main()),
+// exactly once. No record operation raises. A completion may be
 // empty. The client holds its user, which may be replaced at any time;
 // each operation reads it once while building its request.
 #pragma once
@@ -46,6 +48,10 @@ enum NYBAPIErrorCode : std::int64_t {
   NYBAPIErrorMissingActivityID = 3,
   NYBAPIErrorMissingRecord = 4,
   NYBAPIErrorMismatchedRecordTypes = 5,
+  // The record's JSON document cannot be made (a value its transformer cannot
+  // write, such as a date field holding text or a date that is not a number,
+  // or a value JSON cannot hold, such as NaN). The description names the key.
+  NYBAPIErrorUnencodableRecord = 6,
 };
 
 // The result (a model, an array of models, or absent) and the error (absent
@@ -105,7 +111,8 @@ class NYBAPIClientClass : public NYBClass {
   virtual NYBDynamicValue transformJSONObject(const NYBDynamicValue& JSONObject,
                                               const NYBModelClass* modelClass) const;
   // "Invalid records", "Invalid record type", "Missing record ID", "Missing
-  // activity ID", "Missing record", "Mismatched record types"; absent above 5.
+  // activity ID", "Missing record", "Mismatched record types", "Record cannot be
+  // encoded"; absent above 6.
   virtual std::optional<std::string> localizedDescriptionForErrorCode(NYBAPIErrorCode code) const;
   virtual std::shared_ptr<NYBError> APIErrorForErrorCode(NYBAPIErrorCode code) const;
   // Code 0, described "Invalid records: <activity IDs joined by ", ">"

@@ -17,21 +17,46 @@
 // is released by its last owner, which removes its observer and stops its
 // monitor. Requests and writes in flight hold the session until their ends
 // have been delivered on the main queue, so the last release happens on the
-// main thread when the owner lets go there. All sessions keep their archive, "sessionData", in the
-// documents directory (NYBDocuments) as it is when each save or load happens, and the photos in its
-// "images" folder, so two live sessions must not share a documents directory. A session owns its
-// session data, its API client, its monitor and, while a request is in flight, the one
+// main thread when the owner lets go there. All sessions keep their archive,
+// "sessionData", in the documents directory (NYBDocuments) as it is when each
+// save or load happens, and the photos in its "images" folder, so two live
+// sessions must not share a documents directory. A session owns its session
+// data, its API client, its monitor and, while a request is in flight, the one
 // processingRecord.
 //
 // Records. The queue holds the session's own copies of the records it is
 // given, so the caller may go on changing its objects. Once queued, a record
 // is never changed in place: the media of an uploaded photo are added to a
-// copy, which is what kNYBRecordImageSubmittedNotification carries. Records
-// the session hands out (processingRecord, the session data's records and
-// photo keys, the objects of the failure notifications) are the queued ones:
-// read them, copy them to change them. That is what lets a save snapshot the
-// session data at a constant cost (the model base's copy, sharing immutable
-// containers and records) while the write queue archives it.
+// copy. Records the session hands out through its accessors
+// (processingRecord, the session data's records and photo keys) are the
+// queued ones: read them, copy them to change them. That is what lets a save
+// snapshot the session data at a constant cost (the model base's copy,
+// sharing immutable containers and records) while the write queue archives
+// it. The four notifications carry records no one else holds (copies of the
+// queued or accepted record, or the copy that received the media), so an
+// observer may change what it is handed.
+//
+// Changing sessions. The record (or photo) in flight belongs to the queue it
+// was taken from. When the session ends, or another starts (for the same user
+// too), that queue is discarded, and so is whatever the late answer would
+// have done to it: the outcome notification is still posted, the save still
+// runs, but nothing is re-queued, removed or moved in the new session, and
+// the new session's queue goes on. Nothing of one session is ever sent as
+// another's.
+//
+// Records that cannot be sent. A record whose JSON document cannot be made
+// (a date field holding text, a date or number that is NaN) is refused by
+// the API client with kNYBAPIErrorDomain / NYBAPIErrorUnencodableRecord,
+// whose description names the key; the session drops it like a record the
+// service refused (kNYBRecordSubmissionFailedNotification) and sends the next
+// one. No submission, and no start-up from an archive holding such a
+// record, raises.
+//
+// Exit. A write under way when the program ends (main returning, or exit on
+// the thread that drives the session) is finished before exit destroys
+// anything, so the archive on disk is always a whole one. Saves asked for during that write are
+// not: an application that wants its newest state on disk calls waitForArchiveWrites() on the main
+// thread before it returns from main.
 //
 // Threads. Everything is called on the main thread (the thread that drives
 // NYBRunLoop::main()), where the API client also delivers its completions and
@@ -42,7 +67,8 @@
 // at most two writes. The two write flags are the only state the write queue
 // touches. Background tasks keep a request or a write alive; each is ended
 // exactly once. A reachability change from any monitor makes every session
-// process its queue, on the thread that posts it.
+// process its queue, on the main thread: one posted on another thread goes
+// through the main queue.
 #pragma once
 
 #include "NymbrelCore/NYBConstants.h"
@@ -168,7 +194,8 @@ class NYBSession : public NYBObject {
   void processQueue();
   // Sends the head of the queue unless a request is in flight: routine
   // records are upserted, records with a recordID updated, others posted.
-  // Success posts kNYBRecordSubmittedNotification and goes on; an HTTP 4xx
+  // Success posts kNYBRecordSubmittedNotification and goes on; an HTTP 4xx,
+  // or a record whose JSON cannot be made (NYBAPIErrorUnencodableRecord),
   // drops the record with kNYBRecordSubmissionFailedNotification and goes on;
   // anything else puts the record back at the tail and waits for the next
   // trigger.
@@ -176,7 +203,8 @@ class NYBSession : public NYBObject {
   // When idle, uploads the photo of the first record in the photo map that
   // already has a recordID.
   void processImages();
-  // The handler of kReachabilityChangedNotification: processQueue().
+  // The handler of kReachabilityChangedNotification: processQueue(), at once
+  // on the main thread, through the main queue from any other.
   void reachabilityChanged(const NYBNotification& notification);
 
   // ---- The archive (main thread) ---------------------------------------------

@@ -118,26 +118,30 @@ class NotificationLog {
 };
 
 // Holds the archive write queue until released, so that a write is surely
-// in progress while the test saves again.
+// in progress while the test saves again. The blocked block shares its state,
+// as it may still be waking when the gate goes.
 class WriteQueueGate {
  public:
   WriteQueueGate() {
-    session::archiveWriteQueue().async([this] {
-      std::unique_lock lock(mutex_);
-      opened_.wait(lock, [this] { return open_; });
+    session::archiveWriteQueue().async([state = state_] {
+      std::unique_lock lock(state->mutex);
+      state->opened.wait(lock, [&] { return state->open; });
     });
   }
   ~WriteQueueGate() { release(); }
   void release() {
-    std::lock_guard lock(mutex_);
-    open_ = true;
-    opened_.notify_all();
+    std::lock_guard lock(state_->mutex);
+    state_->open = true;
+    state_->opened.notify_all();
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable opened_;
-  bool open_ = false;
+  struct State {
+    std::mutex mutex;
+    std::condition_variable opened;
+    bool open = false;
+  };
+  std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
 // A fresh documents directory, a fake reachability source and a counting
