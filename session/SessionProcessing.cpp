@@ -251,7 +251,7 @@ void NYBSession::processImages() {
     std::shared_ptr<NYBRecord> record = session.processingRecord_;
     bool continueQueue = !data;
     if (error) {
-      log("NYBSesssion upload image. Error: {}", error->localizedDescription());
+      log("NYBSesssion upload image. Error: {}", shortenedForLog(error->localizedDescription()));
       if (session::isServiceRefusal(error)) {
         post(kNYBRecordImageSubmissionFailedNotification, observersCopy(record), errorInfo(error));
         if (data) data->removeImageForRecord(record);
