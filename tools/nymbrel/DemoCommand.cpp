@@ -34,6 +34,7 @@
 #include "Options.h"
 #include "Progress.h"
 #include "RecordBuilder.h"
+#include "Refusals.h"
 #include "SessionHost.h"
 
 namespace nymbrel {
@@ -214,9 +215,9 @@ class DemoCommand : public Command {
       options_.user = "demo-user";
       options_.token = "demo-token";
     }
-    std::shared_ptr<NYBImage> photo =
-        image_.empty() ? demoPhoto() : NYBImage::imageWithContentsOfFile(image_);
-    if (!photo) throw usageError("--image: cannot read \"" + image_ + "\" as a PNG image");
+    std::string why;
+    std::shared_ptr<NYBImage> photo = image_.empty() ? demoPhoto() : loadPhoto(image_, &why);
+    if (!photo) throw usageError("--image: \"" + image_ + "\"" + why);
 
     std::unique_ptr<DevServerProcess> server;
     if (options_.server.empty()) {
@@ -256,6 +257,11 @@ class DemoCommand : public Command {
       options_.dataDir = pattern;
     }
     int code = tour(photo);
+    if (refusalsKept_ && !temporary.path.empty() && !temporary.keep) {
+      temporary.keep = true;
+      std::cerr << "nymbrel: the demo's data directory " << temporary.path.string()
+                << " stays, for its refused records\n";
+    }
     if (server && server->stop() != 0) {
       std::cerr << "nymbrel: nymbrel-devserver did not stop cleanly\n";
     }
@@ -270,7 +276,7 @@ class DemoCommand : public Command {
 
     ProgressBar progress(std::cerr, records.size() + 1, isTerminal(2));
     SessionHost host([&](const SessionHost::Event& event) {
-      progress.print(std::cout, SessionHost::describe(event));
+      printEvent(event, &progress);
       progress.update(host.settledCount());
     });
     openSession(host, options_);
@@ -287,6 +293,7 @@ class DemoCommand : public Command {
     bool finished = host.runUntilIdle(timeout());
     progress.finish();
     int code = reportOutcome(host, finished, options_);
+    refusalsKept_ = host.refusalKeeper() && !host.refusalKeeper()->summary().empty();
 
     std::cout << "\nwhat the server stored:" << std::endl;
     auto collections = fetchCollections(host.user(), timeout());
@@ -338,6 +345,7 @@ class DemoCommand : public Command {
   std::string devserver_;
   std::string image_;
   bool keepData_ = false;
+  bool refusalsKept_ = false;
 };
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "Import.h"
 #include "Options.h"
 #include "Progress.h"
+#include "Refusals.h"
 #include "SessionHost.h"
 
 namespace nymbrel {
@@ -96,7 +97,7 @@ class ImportCommand : public Command {
     SessionHost host([&](const SessionHost::Event& event) {
       bool rejection = event.kind == SessionHost::EventKind::RecordRejected ||
                        event.kind == SessionHost::EventKind::PhotoRejected;
-      if (rejection || !event.tracked) progress->print(std::cout, SessionHost::describe(event));
+      if (rejection || !event.tracked) printEvent(event, progress);
       progress->update(host.settledCount());
     });
     openSession(host, options_);
@@ -122,6 +123,13 @@ class ImportCommand : public Command {
     bool finished = host.runUntilIdle(
         std::chrono::milliseconds(static_cast<long long>(options_.timeoutSeconds * 1000)));
     progress->finish();
+    // A line of the data directory's own rejected.jsonl is done with once its
+    // record was sent, refused again (a new line), or is in the written archive.
+    forgetSentRefusals(file_, documentsDirectory(options_), content, [&](std::size_t line) {
+      auto record = std::find_if(records.begin(), records.end(),
+                                 [&](const ImportedRecord& r) { return r.line == line; });
+      return record != records.end() && (finished || host.settled(*record->record));
+    });
     SessionHost::Tally tally = host.tally();
     std::cout << "imported " << file_ << ": " << tally.recordsSubmitted << " of " << records.size()
               << " records sent";
