@@ -189,8 +189,7 @@ class DemoCommand : public Command {
     app_ = parent.add_subcommand(
         "demo", "Submit one record of every type and a photo to a local development server");
     app_->add_option("--devserver", devserver_,
-                     "the nymbrel-devserver binary (default: next to nymbrel, in the build tree, "
-                     "or on PATH)")
+                     "the nymbrel-devserver binary (default: next to nymbrel, or on PATH)")
         ->envname("NYMBREL_DEVSERVER")
         ->type_name("PATH");
     app_->add_option("--image", image_, "the photo to send (default: a generated picture)")
@@ -225,8 +224,8 @@ class DemoCommand : public Command {
       if (!binary) {
         throw CommandFailure(kExitFailure,
                              devserver_.empty()
-                                 ? "cannot find nymbrel-devserver next to nymbrel, in the build "
-                                   "tree or on PATH; give --devserver PATH or --server URL"
+                                 ? "cannot find nymbrel-devserver next to nymbrel or on PATH; "
+                                   "give --devserver PATH or --server URL"
                                  : "--devserver: " + devserver_ + " is not an executable file");
       }
       std::vector<std::string> arguments;
