@@ -302,7 +302,8 @@ class DemoCommand : public Command {
       const Collection& collection = (*collections)[i];
       std::string where = "GET " + collection.root + ".json";
       if (!collection.answered || collection.error) {
-        std::cout << where << ": "
+        std::cout << std::flush;
+        std::cerr << "nymbrel: " << where << ": "
                   << (collection.error ? errorText(*collection.error) : "no answer") << "\n";
         continue;
       }

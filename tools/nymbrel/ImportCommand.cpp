@@ -46,7 +46,9 @@ class ImportCommand : public Command {
         "unit-bearing field), image (a PNG file, relative to FILE's folder), and fields of the\n"
         "type by their option name (blood-glucose), property name (bloodGlucose) or JSON key\n"
         "(blood_glucose); empty cells are left out. A bad row is reported with its line number\n"
-        "and skipped; the other rows are still sent (exit status 4 when rows were skipped).");
+        "and skipped; the other rows are still sent (exit status 4 when rows were skipped).\n"
+        "A JSON line with a \"record\" object (as rejected.jsonl holds) is sent as that\n"
+        "record; importing the data directory's rejected.jsonl removes the lines sent.");
   }
 
   bool chosen() const override { return app_->parsed(); }

@@ -5,7 +5,9 @@
 // The host observes the four record notifications on the default centre and
 // turns each into an Event. Records and photos submitted through the host are
 // tracked by activity ID, so their outcomes can be told from those of records
-// an earlier run left queued. Main thread only; one host per process.
+// an earlier run left queued. openSession() also has the host keep every
+// refusal in the data directory's rejected.jsonl (Refusals.h), before the
+// command's handler sees it. Main thread only; one host per process.
 #pragma once
 
 #include <NymbrelCore/NYBError.h>
