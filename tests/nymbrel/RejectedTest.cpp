@@ -1,7 +1,7 @@
-// What the service refuses is kept by the tool in rejected.jsonl, counted in
-// the exit status (also when an earlier run queued it), and sent again by
-// importing that file once the cause is fixed: the real tool against the real
-// devserver.
+// What the service refuses, record or photo, is kept by the tool in
+// rejected.jsonl, counted in the exit status (also when an earlier run queued
+// it), and sent again by importing that file once the cause is fixed: the real
+// tool against the real devserver.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -65,11 +65,20 @@ TEST(RejectedRecords, AreKeptWithTheAnswerAndImportSendsThemAgain) {
                                     rejected.string()))
       << run.err;
 
+  // The record arrives but its photo is refused: kept with the stored record.
+  server.client()->Post("/control/faults", R"([{"delay_ms": 1, "count": 1},
+                                               {"status": 422, "count": 1}])",
+                        "application/json");
+  run = as({"submit", "fitness", "--type", "run", "--image", photo}, kToken, server.baseURL());
+  EXPECT_EQ(run.status, 1) << run.err;
+  EXPECT_TRUE(contains(run.err, "1 refused photo kept in")) << run.err;
+
   struct stat info {};
   ASSERT_EQ(stat(rejected.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 0777, 0600u);
   auto lines = linesOf(rejected);
-  ASSERT_EQ(lines.size(), 2u);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_STREQ(parse(lines[2])["refused"].GetString(), "photo");
   auto meal = parse(lines[0]);
   EXPECT_EQ(meal["status"].GetInt(), 422);
   EXPECT_STREQ(meal["record_type"].GetString(), "nutrition");
@@ -91,6 +100,9 @@ TEST(RejectedRecords, AreKeptWithTheAnswerAndImportSendsThemAgain) {
   auto meals = stored("nutrition");
   ASSERT_EQ(meals["nutrition"].Size(), 1u);
   EXPECT_EQ(meals["nutrition"][0]["media"].Size(), 1u);
+  auto runs = stored("fitness");  // updated, not sent twice
+  ASSERT_EQ(runs["fitness"].Size(), 1u);
+  EXPECT_EQ(runs["fitness"][0]["media"].Size(), 1u);
   EXPECT_TRUE(linesOf(rejected).empty());
   EXPECT_FALSE(std::filesystem::exists(data.path() / meal["image"].GetString()));
 }
