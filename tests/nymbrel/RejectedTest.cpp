@@ -79,6 +79,8 @@ TEST(RejectedRecords, AreKeptWithTheAnswerAndImportSendsThemAgain) {
   auto lines = linesOf(rejected);
   ASSERT_EQ(lines.size(), 3u);
   EXPECT_STREQ(parse(lines[2])["refused"].GetString(), "photo");
+  run = runTool({"queue", "--data-dir", dir});
+  EXPECT_TRUE(contains(run.out, "Refused and kept: 3 in " + rejected.string())) << run.out;
   auto meal = parse(lines[0]);
   EXPECT_EQ(meal["status"].GetInt(), 422);
   EXPECT_STREQ(meal["record_type"].GetString(), "nutrition");

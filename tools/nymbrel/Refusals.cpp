@@ -208,6 +208,13 @@ std::string RefusalKeeper::summary() const {
          (total == 1 ? "it" : "them") + " again with: nymbrel import " + path_.string();
 }
 
+std::size_t keptRefusalCount(const std::string& documentsDirectory) {
+  std::ifstream in(fs::path(documentsDirectory) / kRejectedFileName);
+  std::size_t count = 0;
+  for (std::string line; std::getline(in, line);) count += line.empty() ? 0 : 1;
+  return count;
+}
+
 void forgetSentRefusals(const fs::path& file, const std::string& documentsDirectory,
                         std::string_view original, const std::function<bool(std::size_t)>& sent) {
   fs::path folder(documentsDirectory);

@@ -68,6 +68,10 @@ class RefusalKeeper {
   std::size_t photosKept_ = 0;
 };
 
+// How many lines the rejected.jsonl of `documentsDirectory` holds; 0 when
+// there is none.
+std::size_t keptRefusalCount(const std::string& documentsDirectory);
+
 // After an import of `file`: when it is the rejected.jsonl of
 // `documentsDirectory`, removes the lines for which `sent(line)` holds, and
 // the photo copies they name; lines that this run appended stay. `original`
