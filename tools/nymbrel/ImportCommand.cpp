@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 
 #include "Commands.h"
 #include "Describe.h"
@@ -127,10 +128,11 @@ class ImportCommand : public Command {
     progress->finish();
     // A line of the data directory's own rejected.jsonl is done with once its
     // record was sent, refused again (a new line), or is in the written archive.
+    std::map<std::size_t, const nyb::NYBRecord*> byLine;
+    for (const auto& record : records) byLine[record.line] = record.record.get();
     forgetSentRefusals(file_, documentsDirectory(options_), content, [&](std::size_t line) {
-      auto record = std::find_if(records.begin(), records.end(),
-                                 [&](const ImportedRecord& r) { return r.line == line; });
-      return record != records.end() && (finished || host.settled(*record->record));
+      auto record = byLine.find(line);
+      return record != byLine.end() && (finished || host.settled(*record->second));
     });
     SessionHost::Tally tally = host.tally();
     std::cout << "imported " << file_ << ": " << tally.recordsSubmitted << " of " << records.size()

@@ -165,7 +165,8 @@ void RefusalKeeper::keep(const SessionHost::Event& event, const nyb::NYBSessionD
 
   std::optional<std::string> photo =
       data ? data->imageFilepathForRecord(event.record) : std::nullopt;
-  if (photo && fs::exists(*photo)) {
+  std::error_code missing;
+  if (photo && fs::exists(*photo, missing)) {
     fs::path copy = fs::path(kRejectedPhotoFolder) / (newActivityID() + ".png");
     try {
       std::ifstream in(*photo, std::ios::binary);
