@@ -32,7 +32,6 @@ TEST(DevServerStart, ATakenPortIsRefusedAndTheFirstServerKeepsEveryConnection) {
 }
 
 TEST(DevServerStart, ExitStatusOfEachKindOfBadStart) {
-  ScratchDir dir;
   struct Case {
     std::vector<std::string> arguments;
     int status;
@@ -43,7 +42,7 @@ TEST(DevServerStart, ExitStatusOfEachKindOfBadStart) {
       {{"--help"}, 0, "Exit status: 0 stopped"},
       {{"--port", "70000"}, 2, ""},
       {{"--bogus"}, 2, ""},
-      {{"--users", (dir.path() / "missing.json").string()}, 2, ""},
+      {{"--users", "/nonexistent/users.json"}, 2, ""},
       {{"--port", "0", "--fault", "status=banana"}, 2, ""},
       {{"--port", "0", "--host", "192.0.2.1"}, 3, ""},  // not this machine's address
   };
