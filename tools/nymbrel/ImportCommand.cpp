@@ -89,7 +89,7 @@ class ImportCommand : public Command {
                      [&](const auto& a, const auto& b) { return lineOf(a) < lineOf(b); });
     for (const auto& error : errors) std::cerr << "nymbrel: " << error << "\n";
     if (records.empty()) {
-      std::cout << "nothing to send: " << file_ << " holds no good rows" << std::endl;
+      std::cerr << "nymbrel: nothing to send: " << file_ << " holds no good rows\n";
       return badRows > 0 ? kExitBadRows : kExitOK;
     }
 
