@@ -59,7 +59,7 @@ void addServiceOptions(CLI::App& command, CommonOptions& options) {
   command
       .add_option("--timeout", options.timeoutSeconds,
                   "seconds to wait for the service before leaving the rest queued")
-      ->check(CLI::Validator(checkTimeout, "SECONDS"))
+      ->check(CLI::Validator(checkTimeout, ""))
       ->default_val(60)
       ->type_name("SECONDS");
   command.add_flag("--discard-queue", options.discardQueue,
