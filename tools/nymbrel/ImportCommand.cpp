@@ -98,9 +98,7 @@ class ImportCommand : public Command {
     ProgressBar progressBar(std::cerr, records.size() + photoCount, isTerminal(2));
     ProgressBar* progress = &progressBar;
     SessionHost host([&](const SessionHost::Event& event) {
-      bool rejection = event.kind == SessionHost::EventKind::RecordRejected ||
-                       event.kind == SessionHost::EventKind::PhotoRejected;
-      if (rejection || !event.tracked) printEvent(event, progress);
+      if (SessionHost::isRefusal(event.kind) || !event.tracked) printEvent(event, progress);
       progress->update(host.settledCount());
     });
     openSession(host, options_);

@@ -149,8 +149,7 @@ void SessionHost::deliver(EventKind kind, const NYBNotification& notification) {
       }
     }
   }
-  bool refusal = kind == EventKind::RecordRejected || kind == EventKind::PhotoRejected;
-  if (refusal && !event.tracked) ++tally_.earlierRejected;
+  if (isRefusal(kind) && !event.tracked) ++tally_.earlierRejected;
   if (keeper_) keeper_->keep(event, session_ ? session_->sessionData().get() : nullptr);
   if (handler_) handler_(event);
 }
@@ -260,8 +259,7 @@ void openSession(SessionHost& host, const CommonOptions& options) {
 }
 
 void printEvent(const SessionHost::Event& event, ProgressBar* progress) {
-  bool refusal = event.kind == SessionHost::EventKind::RecordRejected ||
-                 event.kind == SessionHost::EventKind::PhotoRejected;
+  bool refusal = SessionHost::isRefusal(event.kind);
   std::string line = (refusal ? "nymbrel: " : "") + SessionHost::describe(event);
   std::ostream& out = refusal ? std::cerr : std::cout;
   if (progress) {

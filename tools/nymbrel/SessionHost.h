@@ -42,6 +42,10 @@ class SessionHost {
     bool tracked = false;                    // submitted through this host
   };
   using EventHandler = std::function<void(const Event&)>;
+  // Whether the service (or an unreadable photo) turned the item down.
+  static bool isRefusal(EventKind kind) {
+    return kind == EventKind::RecordRejected || kind == EventKind::PhotoRejected;
+  }
 
   struct Tally {
     std::size_t recordsSubmitted = 0;
