@@ -137,8 +137,9 @@ TEST_F(NymbrelTool, RefusalsDropTheRecordAndAnotherUserMayNotDropAQueueUnasked) 
   ASSERT_TRUE(faults && faults->status == 201);
   ToolRun run = runTool(as({"submit", "weight", "--weight", "70"}));
   EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(contains(run.out, "rejected weight record")) << run.out;
-  EXPECT_TRUE(contains(run.out, "HTTP 422")) << run.out;
+  EXPECT_TRUE(contains(run.err, "nymbrel: rejected weight record")) << run.err;
+  EXPECT_TRUE(contains(run.err, "HTTP 422")) << run.err;
+  EXPECT_FALSE(contains(run.out, "rejected")) << run.out;
   EXPECT_EQ(parse(queueJSON().out)["records"].Size(), 0u);
 
   faults = server_.client()->Post("/control/faults", R"({"status": 503, "count": 1})",
@@ -205,7 +206,27 @@ TEST_F(NymbrelTool, BadInputIsNamedAndNothingIsSent) {
       {{"submit", "weight", "--weight", "70", "--image", "/nonexistent/meal.png"},
        true,
        2,
-       "nymbrel: --image: cannot read \"/nonexistent/meal.png\" as a PNG image"},
+       "nymbrel: --image: \"/nonexistent/meal.png\": no such file"},
+      {{"submit", "weight", "--weight", "70", "--image", csv},
+       true,
+       2,
+       "nymbrel: --image: \"" + csv + "\" is not a PNG image"},
+      {{"submit", "weight", "--weight", "70", "--utc-offset", "banana"},
+       true,
+       2,
+       "nymbrel: --utc-offset: \"banana\" is not a UTC offset such as +01:00 or -05:30"},
+      {{"submit", "weight", "--weight", "70", "--utc-offset", "+25:00"},
+       true,
+       2,
+       "nymbrel: --utc-offset: \"+25:00\" is not a UTC offset"},
+      {{"submit", "intraday", "--start", "2016-03-02", "--end", "2016-03-01"},
+       true,
+       2,
+       "nymbrel: --end: \"2016-03-01\" is before the start"},
+      {{"submit", "intraday", "--start", "2016-03-02"},
+       true,
+       2,
+       "nymbrel: an intraday record needs both --start and --end"},
       {{"submit", "weight", "--weight", "70", "--org", "acme", "--user", "u1", "--data-dir",
         data_.path().string()},
        false,
@@ -225,7 +246,12 @@ TEST_F(NymbrelTool, BadInputIsNamedAndNothingIsSent) {
        "nymbrel: --type: \"walking\" is not a record type"},
       {{"import", (data_.path() / "missing.csv").string()}, true, 5, "nymbrel: cannot read "},
       {{"queue", "--bogus"}, false, 2, "nymbrel: The following argument was not expected: --bogus"},
-      {{"import", csv, "--timeout", "0"}, true, 2, "nymbrel: --timeout: Value 0 not in range"},
+      {{"import", csv, "--timeout", "0"},
+       true,
+       2,
+       "nymbrel: --timeout: must be a positive number of seconds, not 0"},
+      {{"import", csv, "--timeout", "nan"}, true, 2, "nymbrel: --timeout: must be a positive"},
+      {{"import", csv, "--timeout", "1e300"}, true, 2, "nymbrel: --timeout: at most"},
   };
   for (const auto& c : cases) {
     ToolRun run = runTool(c.withUser ? as(c.arguments) : c.arguments);

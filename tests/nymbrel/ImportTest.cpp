@@ -106,7 +106,9 @@ TEST(Import, RowsBecomeRecordsOrAreRefusedWithTheirLine) {
       {{10, {{"record_type", "weight"}, {"unit", "lb"}}},
        {"line 10: unit: \"lb\" given without weight"}},
       {{11, {{"record_type", "weight"}, {"image", "missing.png"}}},
-       {"line 11: image: cannot read \"missing.png\" as a PNG image"}},
+       {"line 11: image: \"missing.png\": no such file"}},
+      {{12, {{"record_type", "intraday"}, {"start", "2016-03-02"}, {"end", "2016-03-01"}}},
+       {"line 12: end: \"2016-03-01\" is before the start"}},
   };
   for (const auto& [row, expected] : refused) {
     errors.clear();

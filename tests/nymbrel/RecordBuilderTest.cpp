@@ -76,6 +76,9 @@ TEST(RecordBuilder, EveryFieldOfEveryTypeReachesTheDocumentUnderItsKey) {
         case ValueKind::OutOfRange:
           text = "low", value = "Low";
           break;
+        case ValueKind::UtcOffset:
+          text = "-05:30", value = text;
+          break;
         case ValueKind::DataPoint:
           text = "2016-03-01T14:00:00Z/2016-03-01T14:15:00Z=120";
           value = nyb::NYBArray{NYBDictionary{{"start", "2016-03-01T14:00:00+00:00"},

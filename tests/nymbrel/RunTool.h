@@ -8,13 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "support/RunProgram.h"
+
 namespace nyb::test {
 
-struct ToolRun {
-  int status = -1;  // the exit status; -1 when killed or timed out
-  std::string out;
-  std::string err;
-};
+using ToolRun = ProgramRun;
 
 ToolRun runTool(const std::vector<std::string>& arguments,
                 const std::map<std::string, std::string>& environment = {},

@@ -4,6 +4,10 @@
 // base URL (http://host:port/v1) as the first line of standard output, then serve until
 // SIGTERM or SIGINT. Shut-down: stop accepting, cut short fault delays, end idle keep-alive
 // connections, let the answers in progress go out, close the database, exit 0.
+//
+// Exit status (README.md promises it to scripts): 0 stopped by a signal, 1 the server failed
+// while serving, 2 a bad command line, users file, fault rule or database, 3 the address
+// cannot be listened on (the port is taken, the address is not this machine's).
 #include "Connections.h"
 #include "Faults.h"
 #include "Routes.h"
@@ -14,14 +18,25 @@
 #include <pthread.h>
 #include <CLI/CLI.hpp>
 
+#include <sys/socket.h>
+
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <thread>
 
 namespace {
+
+enum ExitCode : int {
+  kExitStopped = 0,
+  kExitServeFailed = 1,
+  kExitUsage = 2,
+  kExitCannotListen = 3
+};
 
 struct Options {
   std::string host = "127.0.0.1";
@@ -54,6 +69,13 @@ int serve(const Options& options, const sigset_t& stopSignals) {
   // Without TCP_NODELAY a small answer written in two pieces waits ~40 ms for the client's
   // delayed ACK. Accepted sockets inherit the option from the listening one.
   server.set_tcp_nodelay(true);
+  // The HTTP library's default also sets SO_REUSEPORT, with which a second server binds a
+  // port that one is already listening on and the kernel splits the connections between
+  // them. SO_REUSEADDR alone still lets a restart take a port whose old connections linger.
+  server.set_socket_options([](int sock) {
+    int yes = 1;
+    setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
   server.set_keep_alive_max_count(1000000);
   server.set_payload_max_length(256 * 1024 * 1024);
   unsigned threads = options.threads;
@@ -65,13 +87,18 @@ int serve(const Options& options, const sigset_t& stopSignals) {
     });
   }
 
+  errno = 0;
   int port = options.port == 0
                  ? server.bind_to_any_port(options.host)
                  : (server.bind_to_port(options.host, options.port) ? options.port : -1);
   if (port <= 0) {
-    std::fprintf(stderr, "nymbrel-devserver: cannot listen on %s port %d\n", options.host.c_str(),
-                 options.port);
-    return 1;
+    int error = errno;  // the failed bind's, when the library's clean-up left it alone
+    std::string why = error == EADDRINUSE ? "the port is already in use"
+                      : error != 0        ? std::strerror(error)
+                                          : "the address cannot be used";
+    std::fprintf(stderr, "nymbrel-devserver: cannot listen on %s port %d: %s\n",
+                 options.host.c_str(), options.port, why.c_str());
+    return kExitCannotListen;
   }
   bool ipv6 = options.host.find(':') != std::string::npos;
   std::string baseURL = "http://" + (ipv6 ? "[" + options.host + "]" : options.host) + ":" +
@@ -99,7 +126,7 @@ int serve(const Options& options, const sigset_t& stopSignals) {
   finished = true;
   pthread_kill(stopper.native_handle(), SIGTERM);  // wakes the stopper if no signal came
   stopper.join();
-  return listened ? 0 : 1;
+  return listened ? kExitStopped : kExitServeFailed;
 }
 
 }  // namespace
@@ -123,7 +150,17 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(1, 1024))
       ->capture_default_str();
   app.add_flag("--log", options.log, "Log one line per request on standard error");
-  CLI11_PARSE(app, argc, argv);
+  app.set_version_flag("--version", "nymbrel-devserver " NYB_VERSION);
+  app.footer(
+      "Exit status: 0 stopped by SIGTERM or SIGINT; 1 failed while serving; 2 bad command line,\n"
+      "users file, fault rule or database; 3 cannot listen (port in use, address not local).");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    // Help and version are "errors" with status 0; every real one is a usage error.
+    int status = app.exit(error);
+    return status == 0 ? kExitStopped : kExitUsage;
+  }
 
   // Block the stop signals in every thread (all are created later) so that one thread
   // takes them with sigwait, where it may safely stop the server.
@@ -139,6 +176,6 @@ int main(int argc, char** argv) {
     return serve(options, stopSignals);
   } catch (const std::exception& e) {
     std::fprintf(stderr, "nymbrel-devserver: %s\n", e.what());
-    return 2;
+    return kExitUsage;
   }
 }

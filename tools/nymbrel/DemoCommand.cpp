@@ -34,6 +34,7 @@
 #include "Options.h"
 #include "Progress.h"
 #include "RecordBuilder.h"
+#include "Refusals.h"
 #include "SessionHost.h"
 
 namespace nymbrel {
@@ -188,8 +189,7 @@ class DemoCommand : public Command {
     app_ = parent.add_subcommand(
         "demo", "Submit one record of every type and a photo to a local development server");
     app_->add_option("--devserver", devserver_,
-                     "the nymbrel-devserver binary (default: next to nymbrel, in the build tree, "
-                     "or on PATH)")
+                     "the nymbrel-devserver binary (default: next to nymbrel, or on PATH)")
         ->envname("NYMBREL_DEVSERVER")
         ->type_name("PATH");
     app_->add_option("--image", image_, "the photo to send (default: a generated picture)")
@@ -214,9 +214,9 @@ class DemoCommand : public Command {
       options_.user = "demo-user";
       options_.token = "demo-token";
     }
-    std::shared_ptr<NYBImage> photo =
-        image_.empty() ? demoPhoto() : NYBImage::imageWithContentsOfFile(image_);
-    if (!photo) throw usageError("--image: cannot read \"" + image_ + "\" as a PNG image");
+    std::string why;
+    std::shared_ptr<NYBImage> photo = image_.empty() ? demoPhoto() : loadPhoto(image_, &why);
+    if (!photo) throw usageError("--image: \"" + image_ + "\"" + why);
 
     std::unique_ptr<DevServerProcess> server;
     if (options_.server.empty()) {
@@ -224,8 +224,8 @@ class DemoCommand : public Command {
       if (!binary) {
         throw CommandFailure(kExitFailure,
                              devserver_.empty()
-                                 ? "cannot find nymbrel-devserver next to nymbrel, in the build "
-                                   "tree or on PATH; give --devserver PATH or --server URL"
+                                 ? "cannot find nymbrel-devserver next to nymbrel or on PATH; "
+                                   "give --devserver PATH or --server URL"
                                  : "--devserver: " + devserver_ + " is not an executable file");
       }
       std::vector<std::string> arguments;
@@ -256,6 +256,11 @@ class DemoCommand : public Command {
       options_.dataDir = pattern;
     }
     int code = tour(photo);
+    if (refusalsKept_ && !temporary.path.empty() && !temporary.keep) {
+      temporary.keep = true;
+      std::cerr << "nymbrel: the demo's data directory " << temporary.path.string()
+                << " stays, for its refused records\n";
+    }
     if (server && server->stop() != 0) {
       std::cerr << "nymbrel: nymbrel-devserver did not stop cleanly\n";
     }
@@ -270,7 +275,7 @@ class DemoCommand : public Command {
 
     ProgressBar progress(std::cerr, records.size() + 1, isTerminal(2));
     SessionHost host([&](const SessionHost::Event& event) {
-      progress.print(std::cout, SessionHost::describe(event));
+      printEvent(event, &progress);
       progress.update(host.settledCount());
     });
     openSession(host, options_);
@@ -287,6 +292,7 @@ class DemoCommand : public Command {
     bool finished = host.runUntilIdle(timeout());
     progress.finish();
     int code = reportOutcome(host, finished, options_);
+    refusalsKept_ = host.refusalKeeper() && !host.refusalKeeper()->summary().empty();
 
     std::cout << "\nwhat the server stored:" << std::endl;
     auto collections = fetchCollections(host.user(), timeout());
@@ -296,7 +302,8 @@ class DemoCommand : public Command {
       const Collection& collection = (*collections)[i];
       std::string where = "GET " + collection.root + ".json";
       if (!collection.answered || collection.error) {
-        std::cout << where << ": "
+        std::cout << std::flush;
+        std::cerr << "nymbrel: " << where << ": "
                   << (collection.error ? errorText(*collection.error) : "no answer") << "\n";
         continue;
       }
@@ -338,6 +345,7 @@ class DemoCommand : public Command {
   std::string devserver_;
   std::string image_;
   bool keepData_ = false;
+  bool refusalsKept_ = false;
 };
 
 }  // namespace

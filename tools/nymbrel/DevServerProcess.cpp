@@ -91,16 +91,13 @@ std::optional<std::string> findDevServer(const std::string& given) {
     if (executable(given)) return given;
     return std::nullopt;
   }
+  // Never a path this build knew: an installed copy must not start a stale
+  // devserver from a build tree, or find one only while that tree exists.
+  // The build links one beside nymbrel, as the installation puts it.
   std::vector<fs::path> candidates;
   std::error_code error;
   fs::path self = fs::read_symlink("/proc/self/exe", error);
-  if (!error) {
-    candidates.push_back(self.parent_path() / "nymbrel-devserver");
-    candidates.push_back(self.parent_path().parent_path() / "devserver" / "nymbrel-devserver");
-  }
-#ifdef NYB_DEVSERVER_PATH
-  candidates.emplace_back(NYB_DEVSERVER_PATH);
-#endif
+  if (!error) candidates.push_back(self.parent_path() / "nymbrel-devserver");
   if (const char* path = std::getenv("PATH")) {
     std::stringstream directories(path);
     std::string directory;

@@ -34,8 +34,8 @@ class DevServerProcess {
 };
 
 // Where the devserver binary is: `given` when not empty, else next to this
-// program, in the build tree beside it, the path it was built at, or on PATH.
-// Absent when none exists.
+// program (symbolic links to it followed), else on PATH. Absent when none
+// exists.
 std::optional<std::string> findDevServer(const std::string& given);
 
 }  // namespace nymbrel

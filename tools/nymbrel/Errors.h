@@ -13,8 +13,9 @@ namespace nymbrel {
 enum ExitCode : int {
   // Everything was done: every record and photo arrived, or the queue was shown.
   kExitOK = 0,
-  // The service refused a record or a photo (a 4xx answer), or a queued photo
-  // could not be read back; those items are gone from the queue.
+  // The service refused a record or a photo (a 4xx answer), this run's or one
+  // an earlier run queued, or a queued photo could not be read back; those
+  // items are gone from the queue, the refused ones kept in rejected.jsonl.
   kExitRejected = 1,
   // A bad command line, record type, field, unit or value. Nothing was sent.
   kExitUsage = 2,

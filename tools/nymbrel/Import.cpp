@@ -2,7 +2,10 @@
 
 #include <NymbrelCore/NYBArray.h>
 #include <NymbrelCore/NYBDictionary.h>
+#include <NymbrelCore/NYBException.h>
+#include <NymbrelCore/NYBIntraDay.h>
 #include <NymbrelCore/NYBJSONSerialization.h>
+#include <NymbrelCore/NYBModel.h>
 
 #include <algorithm>
 #include <set>
@@ -167,6 +170,14 @@ ImportTable parseJSONLines(std::string_view content) {
                              (error ? " (" + error->localizedDescription() + ")" : ""));
       continue;
     }
+    if ((*fields)["record"].isDictionary()) {
+      ImportRow row{line, {}, (*fields)["record"]};
+      for (const char* key : {"record_type", "image"}) {
+        if ((*fields)[key].isString()) row.cells.emplace_back(key, (*fields)[key].stringView());
+      }
+      table.rows.push_back(std::move(row));
+      continue;
+    }
     ImportRow row{line, {}};
     bool good = true;
     for (const auto& [key, value] : *fields) {
@@ -194,6 +205,38 @@ ImportTable parseJSONLines(std::string_view content) {
     if (good) table.rows.push_back(std::move(row));
   }
   return table;
+}
+
+// The record a document describes, checked as a built record is: an edited
+// line must not send what the service would store wrongly.
+std::shared_ptr<nyb::NYBRecord> recordFromDocument(const RecordTypeSpec& type,
+                                                   const NYBDynamicValue& document,
+                                                   std::vector<std::string>& errors) {
+  std::shared_ptr<nyb::NYBRecord> record;
+  try {
+    const auto& recordClass = static_cast<const nyb::NYBModelClass&>(
+        nyb::NYBRecord::newRecordWithType(type.type)->classObject());
+    record = std::dynamic_pointer_cast<nyb::NYBRecord>(recordClass.modelFromJSONObject(document));
+  } catch (const nyb::NYBException& failure) {
+    errors.push_back("record: not a " + std::string(type.name) + " record (" + failure.reason() +
+                     ")");
+    return nullptr;
+  }
+  if (!record) {
+    errors.push_back("record: not a " + std::string(type.name) + " record");
+    return nullptr;
+  }
+  std::string why;
+  if (record->utcOffset().isString()) {
+    parseFieldValue(ValueKind::UtcOffset, record->utcOffset().stringView(), &why);
+    if (!why.empty()) errors.push_back("utc_offset: " + why);
+  }
+  if (auto* intraday = dynamic_cast<nyb::NYBIntraDay*>(record.get())) {
+    if (auto problem = intradayRangeProblem(intraday->start().date(), intraday->end().date())) {
+      errors.push_back("range: " + *problem);
+    }
+  }
+  return errors.empty() ? record : nullptr;
 }
 
 }  // namespace
@@ -251,17 +294,24 @@ std::optional<ImportedRecord> recordFromRow(const ImportRow& row, const RecordTy
                        " record");
     }
   }
-  BuildResult built = buildRecord(input);
-  for (const auto& message : built.errors) errors.push_back(where + message);
+  std::shared_ptr<nyb::NYBRecord> record;
+  if (row.document.isPresent()) {
+    std::vector<std::string> problems;
+    record = recordFromDocument(*type, row.document, problems);
+    for (const auto& message : problems) errors.push_back(where + message);
+  } else {
+    BuildResult built = buildRecord(input);
+    for (const auto& message : built.errors) errors.push_back(where + message);
+    record = built.record;
+  }
 
-  ImportedRecord imported{row.line, built.record, nullptr};
+  ImportedRecord imported{row.line, record, nullptr};
   if (imageName) {
     std::filesystem::path path(*imageName);
     if (path.is_relative()) path = baseDirectory / path;
-    imported.photo = nyb::NYBImage::imageWithContentsOfFile(path.string());
-    if (!imported.photo) {
-      errors.push_back(where + "image: cannot read \"" + *imageName + "\" as a PNG image");
-    }
+    std::string why;
+    imported.photo = loadPhoto(path.string(), &why);
+    if (!imported.photo) errors.push_back(where + "image: \"" + *imageName + "\"" + why);
   }
   if (errors.size() != errorsBefore) return std::nullopt;
   return imported;

@@ -6,10 +6,16 @@
 // command-line name, property name or JSON key. Empty cells and JSON nulls
 // are left out.
 //
+// A JSON line that holds a "record" object (as rejected.jsonl does,
+// Refusals.h) is that record's whole document: it is sent as it was, with its
+// activity ID, raw data and extras; of the line's other keys only
+// "record_type" and "image" count.
+//
 // Problems are reported per row, with the line the row starts on, and do not
 // stop the other rows.
 #pragma once
 
+#include <NymbrelCore/NYBDynamicValue.h>
 #include <NymbrelCore/NYBImage.h>
 
 #include <cstddef>
@@ -29,6 +35,7 @@ enum class ImportFormat { Detect, CSV, JSONLines };
 struct ImportRow {
   std::size_t line = 0;                                    // 1-based line where the row starts
   std::vector<std::pair<std::string, std::string>> cells;  // column name, text
+  nyb::NYBDynamicValue document = {};                      // a whole record's document
 };
 
 struct ImportTable {

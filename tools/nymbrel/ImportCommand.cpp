@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 
 #include "Commands.h"
 #include "Describe.h"
@@ -16,6 +17,7 @@
 #include "Import.h"
 #include "Options.h"
 #include "Progress.h"
+#include "Refusals.h"
 #include "SessionHost.h"
 
 namespace nymbrel {
@@ -45,7 +47,9 @@ class ImportCommand : public Command {
         "unit-bearing field), image (a PNG file, relative to FILE's folder), and fields of the\n"
         "type by their option name (blood-glucose), property name (bloodGlucose) or JSON key\n"
         "(blood_glucose); empty cells are left out. A bad row is reported with its line number\n"
-        "and skipped; the other rows are still sent (exit status 4 when rows were skipped).");
+        "and skipped; the other rows are still sent (exit status 4 when rows were skipped).\n"
+        "A JSON line with a \"record\" object (as rejected.jsonl holds) is sent as that\n"
+        "record; importing the data directory's rejected.jsonl removes the lines sent.");
   }
 
   bool chosen() const override { return app_->parsed(); }
@@ -85,7 +89,7 @@ class ImportCommand : public Command {
                      [&](const auto& a, const auto& b) { return lineOf(a) < lineOf(b); });
     for (const auto& error : errors) std::cerr << "nymbrel: " << error << "\n";
     if (records.empty()) {
-      std::cout << "nothing to send: " << file_ << " holds no good rows" << std::endl;
+      std::cerr << "nymbrel: nothing to send: " << file_ << " holds no good rows\n";
       return badRows > 0 ? kExitBadRows : kExitOK;
     }
 
@@ -94,9 +98,7 @@ class ImportCommand : public Command {
     ProgressBar progressBar(std::cerr, records.size() + photoCount, isTerminal(2));
     ProgressBar* progress = &progressBar;
     SessionHost host([&](const SessionHost::Event& event) {
-      bool rejection = event.kind == SessionHost::EventKind::RecordRejected ||
-                       event.kind == SessionHost::EventKind::PhotoRejected;
-      if (rejection || !event.tracked) progress->print(std::cout, SessionHost::describe(event));
+      if (SessionHost::isRefusal(event.kind) || !event.tracked) printEvent(event, progress);
       progress->update(host.settledCount());
     });
     openSession(host, options_);
@@ -122,6 +124,14 @@ class ImportCommand : public Command {
     bool finished = host.runUntilIdle(
         std::chrono::milliseconds(static_cast<long long>(options_.timeoutSeconds * 1000)));
     progress->finish();
+    // A line of the data directory's own rejected.jsonl is done with once its
+    // record was sent, refused again (a new line), or is in the written archive.
+    std::map<std::size_t, const nyb::NYBRecord*> byLine;
+    for (const auto& record : records) byLine[record.line] = record.record.get();
+    forgetSentRefusals(file_, documentsDirectory(options_), content, [&](std::size_t line) {
+      auto record = byLine.find(line);
+      return record != byLine.end() && (finished || host.settled(*record->second));
+    });
     SessionHost::Tally tally = host.tally();
     std::cout << "imported " << file_ << ": " << tally.recordsSubmitted << " of " << records.size()
               << " records sent";

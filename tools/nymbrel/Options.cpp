@@ -15,6 +15,23 @@
 
 namespace nymbrel {
 
+namespace {
+
+// The run loop's deadline is kept in milliseconds; beyond a day the wait is
+// no longer a time-out anyone means.
+constexpr double kMaxTimeoutSeconds = 86400;
+
+std::string checkTimeout(std::string& text) {
+  char* end = nullptr;
+  double seconds = std::strtod(text.c_str(), &end);
+  bool number = !text.empty() && end == text.c_str() + text.size();
+  if (!number || !(seconds > 0)) return "must be a positive number of seconds, not " + text;
+  if (seconds > kMaxTimeoutSeconds) return "at most 86400 seconds (a day), not " + text;
+  return "";
+}
+
+}  // namespace
+
 void addDataDirOption(CLI::App& command, CommonOptions& options) {
   command
       .add_option("--data-dir", options.dataDir,
@@ -42,7 +59,7 @@ void addServiceOptions(CLI::App& command, CommonOptions& options) {
   command
       .add_option("--timeout", options.timeoutSeconds,
                   "seconds to wait for the service before leaving the rest queued")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Validator(checkTimeout, ""))
       ->default_val(60)
       ->type_name("SECONDS");
   command.add_flag("--discard-queue", options.discardQueue,

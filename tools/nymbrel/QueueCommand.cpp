@@ -2,6 +2,7 @@
 //
 // Shows what the archive in the data directory holds, without starting a
 // session: nothing is sent.
+#include <filesystem>
 #include <iostream>
 
 #include "Commands.h"
@@ -9,6 +10,7 @@
 #include "Errors.h"
 #include "Options.h"
 #include "QueueView.h"
+#include "Refusals.h"
 
 namespace nymbrel {
 
@@ -21,7 +23,8 @@ class QueueCommand : public Command {
         "queue", "Show what the archive holds: the user, the queued records, the photos");
     app_->add_flag("--json", json_,
                    "one JSON document: archive, exists, session, user (token masked), records "
-                   "(position, type, activity_id, photo, document), photos");
+                   "(position, type, activity_id, photo, document), photos, rejected (path, "
+                   "records: the refused records kept)");
     addDataDirOption(*app_, options_);
     addVerboseOption(*app_, options_);
   }
@@ -30,11 +33,21 @@ class QueueCommand : public Command {
 
   int run() override {
     configureLibrary(options_);
-    ArchiveContents archive = readArchive(documentsDirectory(options_));
+    std::string directory = documentsDirectory(options_);
+    ArchiveContents archive = readArchive(directory);
+    std::size_t refused = keptRefusalCount(directory);
+    std::string rejected = (std::filesystem::path(directory) / kRejectedFileName).string();
     if (json_) {
-      std::cout << compactJSON(queueJSON(archive)) << std::endl;
+      nyb::NYBDictionary document = queueJSON(archive);
+      document.set("rejected", nyb::NYBDictionary{{"path", rejected}, {"records", refused}});
+      std::cout << compactJSON(document) << std::endl;
     } else {
-      std::cout << queueText(archive) << std::flush;
+      std::cout << queueText(archive);
+      if (refused > 0) {
+        std::cout << "Refused and kept: " << refused << " in " << rejected
+                  << " (send again with: nymbrel import " << rejected << ")\n";
+      }
+      std::cout << std::flush;
     }
     return kExitOK;
   }

@@ -5,12 +5,17 @@
 #include <NymbrelCore/NYBDiabetes.h>
 #include <NymbrelCore/NYBFormatter.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <random>
 #include <set>
@@ -27,7 +32,7 @@ std::string lowercase(std::string_view text) {
   return lower;
 }
 
-std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+std::string quotedText(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
 NYBDynamicValue parseNumber(std::string_view text) {
   if (!text.empty() && text.front() == '+') text.remove_prefix(1);
@@ -68,7 +73,7 @@ std::optional<nyb::NYBDate> parseDateTime(std::string_view text) {
 
 NYBDynamicValue parseFieldValue(ValueKind kind, std::string_view text, std::string* error) {
   auto fail = [&](const std::string& why) {
-    *error = quoted(text) + " " + why;
+    *error = quotedText(text) + " " + why;
     return NYBDynamicValue();
   };
   std::string lower = lowercase(text);
@@ -121,6 +126,20 @@ NYBDynamicValue parseFieldValue(ValueKind kind, std::string_view text, std::stri
       if (*end < *start) return fail("ends before it starts");
       return nyb::NYBArray{*start, *end, count.doubleValue()};
     }
+    case ValueKind::UtcOffset: {
+      // The service keeps the text as it comes and reads it as an offset later.
+      auto digits = [&](std::size_t at) {
+        return std::isdigit(static_cast<unsigned char>(text[at])) &&
+               std::isdigit(static_cast<unsigned char>(text[at + 1]));
+      };
+      bool shaped = text.size() == 6 && (text[0] == '+' || text[0] == '-') && digits(1) &&
+                    text[3] == ':' && digits(4);
+      if (!shaped) return fail("is not a UTC offset such as +01:00 or -05:30");
+      int hours = (text[1] - '0') * 10 + (text[2] - '0');
+      int minutes = (text[4] - '0') * 10 + (text[5] - '0');
+      if (hours > 14 || minutes > 59) return fail("is not a UTC offset: at most +14:00 or -14:00");
+      return std::string(text);
+    }
   }
   return fail("cannot be read");
 }
@@ -150,12 +169,30 @@ BuildResult buildRecord(const RecordInput& input) {
     } else if (auto parsed = parseUnit(unitField->unit, *input.unit)) {
       unit = *parsed;
       if (!seen.contains(unitField)) {
-        errors.push_back(input.unitLabel + ": " + quoted(*input.unit) + " given without " +
+        errors.push_back(input.unitLabel + ": " + quotedText(*input.unit) + " given without " +
                          input.fieldPrefix + std::string(unitField->name));
       }
     } else {
-      errors.push_back(input.unitLabel + ": " + quoted(*input.unit) + " is not a unit of " +
+      errors.push_back(input.unitLabel + ": " + quotedText(*input.unit) + " is not a unit of " +
                        std::string(unitField->name) + " (" + unitChoices(unitField->unit) + ")");
+    }
+  }
+  if (type.type == nyb::NYBRecordTypeIntraDay && errors.empty()) {
+    const FieldInput* ends[2] = {nullptr, nullptr};  // start, end
+    std::optional<nyb::NYBDate> dates[2];
+    for (std::size_t i = 0; i < input.fields.size(); ++i) {
+      int which = input.fields[i].field->property == "start" ? 0
+                  : input.fields[i].field->property == "end" ? 1
+                                                             : -1;
+      if (which < 0) continue;
+      ends[which] = &input.fields[i];
+      dates[which] = values[i].date();
+    }
+    if (!ends[0] || !ends[1]) {
+      errors.push_back("an intraday record needs both " + input.fieldPrefix + "start and " +
+                       input.fieldPrefix + "end");
+    } else if (auto problem = intradayRangeProblem(dates[0], dates[1])) {
+      errors.push_back(ends[1]->label + ": " + quotedText(ends[1]->text) + " " + *problem);
     }
   }
   if (!errors.empty()) return result;
@@ -184,6 +221,32 @@ BuildResult buildRecord(const RecordInput& input) {
   if (record->activityID().isAbsent()) record->setActivityID(newActivityID());
   result.record = std::move(record);
   return result;
+}
+
+std::optional<std::string> intradayRangeProblem(const std::optional<nyb::NYBDate>& start,
+                                                const std::optional<nyb::NYBDate>& end) {
+  if (!start || !end) return "a range needs both its start and its end";
+  if (*end < *start) return "is before the start";
+  return std::nullopt;
+}
+
+std::shared_ptr<nyb::NYBImage> loadPhoto(const std::string& path, std::string* error) {
+  std::error_code failure;
+  auto status = std::filesystem::status(path, failure);
+  if (status.type() == std::filesystem::file_type::not_found) {
+    *error = ": no such file";
+  } else if (failure) {
+    *error = ": " + failure.message();
+  } else if (std::filesystem::is_directory(status)) {
+    *error = ": is a directory";
+  } else if (::access(path.c_str(), R_OK) != 0) {
+    *error = std::string(": ") + std::strerror(errno);
+  } else if (auto photo = nyb::NYBImage::imageWithContentsOfFile(path)) {
+    return photo;
+  } else {
+    *error = " is not a PNG image";
+  }
+  return nullptr;
 }
 
 std::string newActivityID() {

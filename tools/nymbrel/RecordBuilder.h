@@ -9,6 +9,7 @@
 #pragma once
 
 #include <NymbrelCore/NYBDate.h>
+#include <NymbrelCore/NYBImage.h>
 #include <NymbrelCore/NYBRecord.h>
 
 #include <memory>
@@ -48,6 +49,16 @@ BuildResult buildRecord(const RecordInput& input);
 
 // The value of a field of that kind, or absent with *error saying why.
 nyb::NYBDynamicValue parseFieldValue(ValueKind kind, std::string_view text, std::string* error);
+
+// Why an intraday record's range would be stored wrongly: a range needs both
+// ends (the document would otherwise carry half a range), and must not end
+// before it starts. Absent when the range is good.
+std::optional<std::string> intradayRangeProblem(const std::optional<nyb::NYBDate>& start,
+                                                const std::optional<nyb::NYBDate>& end);
+
+// The photo in a PNG file, or null with *error saying why not ("no such
+// file", "is not a PNG image"), for a message that names the file first.
+std::shared_ptr<nyb::NYBImage> loadPhoto(const std::string& path, std::string* error);
 
 // An instant from "2016-03-01T14:05:09+01:00", "...Z", a local
 // "2016-03-01T14:05:09" or "2016-03-01", or "now".

@@ -25,7 +25,7 @@ std::vector<FieldSpec> commonFields(bool intraday) {
   std::vector<FieldSpec> fields = {
       {"timestamp", "timestamp", "timestamp", ValueKind::DateTime,
        "when the reading was taken (default: now)"},
-      {"utc-offset", "utcOffset", "utc_offset", kText,
+      {"utc-offset", "utcOffset", "utc_offset", ValueKind::UtcOffset,
        "UTC offset such as +01:00 (default: the device's offset at the timestamp)"},
       {"source", "source", "source", kText, "source (default: nymbrelmobile)"},
       {"source-name", "sourceName", "source_name", kText, "source name (default: NymbrelMobile)"},
@@ -343,6 +343,8 @@ std::string_view valuePlaceholder(ValueKind kind) {
       return "high|low";
     case ValueKind::DataPoint:
       return "START/END=COUNT";
+    case ValueKind::UtcOffset:
+      return "+HH:MM";
   }
   return "VALUE";
 }

@@ -30,6 +30,7 @@ enum class ValueKind {
   DiabetesEvent,     // exercise, sick, medication, other
   OutOfRange,        // high, low
   DataPoint,         // START/END=COUNT, repeatable
+  UtcOffset,         // +01:00, -05:30: sign, hours up to 14, colon, minutes
 };
 
 // The unit family of the one unit-bearing field of a type.

@@ -12,6 +12,8 @@
 
 #include "Describe.h"
 #include "Errors.h"
+#include "Progress.h"
+#include "Refusals.h"
 
 namespace nymbrel {
 
@@ -45,6 +47,10 @@ SessionHost::SessionHost(EventHandler handler) : handler_(std::move(handler)) {
 
 SessionHost::~SessionHost() {
   for (const auto& token : observers_) NYBNotificationCenter::defaultCenter().removeObserver(token);
+}
+
+void SessionHost::keepRefusalsIn(const std::string& directory) {
+  keeper_ = std::make_unique<RefusalKeeper>(directory);
 }
 
 void SessionHost::open(const std::optional<UserCredentials>& user, const ArchiveContents& archive,
@@ -143,6 +149,8 @@ void SessionHost::deliver(EventKind kind, const NYBNotification& notification) {
       }
     }
   }
+  if (isRefusal(kind) && !event.tracked) ++tally_.earlierRejected;
+  if (keeper_) keeper_->keep(event, session_ ? session_->sessionData().get() : nullptr);
   if (handler_) handler_(event);
 }
 
@@ -177,6 +185,11 @@ SessionHost::Tally SessionHost::tally() const {
     if (item.hasPhoto && !item.photoSettled) ++tally.photosPending;
   }
   return tally;
+}
+
+bool SessionHost::settled(const nyb::NYBRecord& record) const {
+  auto item = items_.find(activityIDOf(record));
+  return item != items_.end() && item->second.recordSettled;
 }
 
 std::size_t SessionHost::queuedRecordCount() const {
@@ -241,14 +254,28 @@ void openSession(SessionHost& host, const CommonOptions& options) {
     if (!user) throw;
     std::cerr << "nymbrel: " << damage.what() << "; starting a new session\n";
   }
+  host.keepRefusalsIn(documentsDirectory(options));
   host.open(user, archive, options.discardQueue);
+}
+
+void printEvent(const SessionHost::Event& event, ProgressBar* progress) {
+  bool refusal = SessionHost::isRefusal(event.kind);
+  std::string line = (refusal ? "nymbrel: " : "") + SessionHost::describe(event);
+  std::ostream& out = refusal ? std::cerr : std::cout;
+  if (progress) {
+    progress->print(out, line);
+  } else {
+    out << line << std::endl;
+  }
 }
 
 int reportOutcome(const SessionHost& host, bool finished, const CommonOptions& options) {
   SessionHost::Tally tally = host.tally();
   int code = kExitOK;
-  if (tally.recordsRejected + tally.photosRejected > 0)
+  if (tally.recordsRejected + tally.photosRejected + tally.earlierRejected > 0)
     code = combineExitCodes(code, kExitRejected);
+  if (const RefusalKeeper* keeper = host.refusalKeeper(); keeper && !keeper->summary().empty())
+    std::cerr << "nymbrel: " << keeper->summary() << "\n";
   if (tally.photosNotStored > 0) {
     std::cerr << "nymbrel: " << plural(tally.photosNotStored, "photo")
               << " could not be stored for upload; the records were queued without them\n";

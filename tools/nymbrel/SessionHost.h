@@ -5,7 +5,9 @@
 // The host observes the four record notifications on the default centre and
 // turns each into an Event. Records and photos submitted through the host are
 // tracked by activity ID, so their outcomes can be told from those of records
-// an earlier run left queued. Main thread only; one host per process.
+// an earlier run left queued. openSession() also has the host keep every
+// refusal in the data directory's rejected.jsonl (Refusals.h), before the
+// command's handler sees it. Main thread only; one host per process.
 #pragma once
 
 #include <NymbrelCore/NYBError.h>
@@ -27,6 +29,9 @@
 
 namespace nymbrel {
 
+class ProgressBar;
+class RefusalKeeper;
+
 class SessionHost {
  public:
   enum class EventKind { RecordSubmitted, RecordRejected, PhotoSubmitted, PhotoRejected };
@@ -37,6 +42,10 @@ class SessionHost {
     bool tracked = false;                    // submitted through this host
   };
   using EventHandler = std::function<void(const Event&)>;
+  // Whether the service (or an unreadable photo) turned the item down.
+  static bool isRefusal(EventKind kind) {
+    return kind == EventKind::RecordRejected || kind == EventKind::PhotoRejected;
+  }
 
   struct Tally {
     std::size_t recordsSubmitted = 0;
@@ -46,6 +55,7 @@ class SessionHost {
     std::size_t recordsPending = 0;  // tracked, still queued
     std::size_t photosPending = 0;
     std::size_t photosNotStored = 0;  // could not be written at submission
+    std::size_t earlierRejected = 0;  // refused records and photos an earlier run queued
   };
 
   // Registers the observers; the handler runs on the main thread as each
@@ -64,6 +74,10 @@ class SessionHost {
   void open(const std::optional<UserCredentials>& user, const ArchiveContents& archive,
             bool discardQueue);
   std::shared_ptr<nyb::NYBUser> user() const;
+  // Keeps every refusal in the directory's rejected.jsonl (Refusals.h); must
+  // come before open(), which may already send what an earlier run queued.
+  void keepRefusalsIn(const std::string& directory);
+  const RefusalKeeper* refusalKeeper() const { return keeper_.get(); }
 
   // Queues records (in order), or one record with its photo, and starts
   // sending; both are tracked.
@@ -80,6 +94,8 @@ class SessionHost {
   std::size_t trackedCount() const;
   std::size_t settledCount() const;
   Tally tally() const;
+  // Whether the record submitted through this host was sent or refused.
+  bool settled(const nyb::NYBRecord& record) const;
   // Everything the session still holds, tracked or not.
   std::size_t queuedRecordCount() const;
   std::size_t queuedPhotoCount() const;
@@ -101,6 +117,7 @@ class SessionHost {
   std::shared_ptr<nyb::NYBSession> session_;
   std::map<std::string, Item> items_;
   Tally tally_;
+  std::unique_ptr<RefusalKeeper> keeper_;
 };
 
 }  // namespace nymbrel
@@ -112,8 +129,13 @@ namespace nymbrel {
 // given (with a warning on standard error) and a failure otherwise.
 void openSession(SessionHost& host, const CommonOptions& options);
 
-// After a run: writes what stays queued (and a time-out) to standard error
-// and gives the exit code: kExitRejected when anything was refused,
+// The event's line: refusals on standard error, the rest on standard output;
+// above the progress bar when one is given.
+void printEvent(const SessionHost::Event& event, ProgressBar* progress = nullptr);
+
+// After a run: writes where refusals were kept and what stays queued (and a
+// time-out) to standard error and gives the exit code: kExitRejected when
+// anything was refused, also what an earlier run queued,
 // kExitPending when anything stays queued, kExitFailure when a photo could
 // not be stored, else kExitOK.
 int reportOutcome(const SessionHost& host, bool finished, const CommonOptions& options);

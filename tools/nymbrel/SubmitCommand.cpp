@@ -69,13 +69,12 @@ class SubmitCommand : public Command {
     }
     std::shared_ptr<nyb::NYBImage> photo;
     if (!image_.empty()) {
-      photo = nyb::NYBImage::imageWithContentsOfFile(image_);
-      if (!photo) throw usageError("--image: cannot read \"" + image_ + "\" as a PNG image");
+      std::string why;
+      photo = loadPhoto(image_, &why);
+      if (!photo) throw usageError("--image: \"" + image_ + "\"" + why);
     }
 
-    SessionHost host([](const SessionHost::Event& event) {
-      std::cout << SessionHost::describe(event) << std::endl;
-    });
+    SessionHost host([](const SessionHost::Event& event) { printEvent(event); });
     openSession(host, options_);
     auto user = host.user();
     std::cout << "sending " << recordLabel(*built.record) << (photo ? " with a photo" : "")

@@ -5,8 +5,9 @@
 //   nymbrel import FILE                many readings from CSV or JSON lines
 //   nymbrel queue [--json]             what the archive holds
 //
-// Errors go to standard error as "nymbrel: <message>"; the exit status says
-// what happened (see Errors.h and the footer of --help).
+// Results go to standard output; errors and refusals to standard error as
+// "nymbrel: <message>"; the exit status says what happened (see Errors.h and
+// the footer of --help).
 #include <NymbrelCore/NYBException.h>
 #include <NymbrelCore/NYBSession.h>
 
@@ -36,7 +37,9 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "nymbrel " + nyb::NYBSession::libraryVersion().value_or("?"));
   app.footer(
       "Exit status: 0 everything arrived (or the queue was shown); 1 the service refused a\n"
-      "record or photo; 2 bad command line or input value, nothing sent; 3 something stays\n"
+      "record or photo (kept in rejected.jsonl in the data directory: fix the cause, then\n"
+      "nymbrel import that file); 2 bad command line or input value, nothing sent; 3 something "
+      "stays\n"
       "queued (service unreachable, server error, time-out); 4 import skipped bad rows;\n"
       "5 a file, the archive, the development server or the server's copy failed. When\n"
       "several apply, the lowest wins.");
