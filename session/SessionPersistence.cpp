@@ -123,18 +123,23 @@ std::string utcTimeText() {
 }
 
 // Moves the archive that failed to load to "sessionData.damaged-<UTC time>"
-// (with "-2", "-3"... when that name is taken), so that the data it holds
-// can still be recovered, and drops all but the newest few such files.
-// Returns the new name; on failure the archive is where it was.
+// (with "-02" to "-99" when that name is taken, so that names still sort by
+// age), so that the data it holds can still be recovered, and drops all but
+// the newest few such files. Returns the new name; absent with `error` set
+// when the archive could not be moved (it is then where it was), absent
+// without when it is gone already.
 std::optional<std::filesystem::path> keepDamagedArchive(const std::filesystem::path& archive,
                                                         std::error_code& error) {
   const std::string base = archive.filename().string() + ".damaged-" + utcTimeText();
   std::filesystem::path kept;
   for (int attempt = 1;; ++attempt) {
-    kept = archive.parent_path() / (attempt == 1 ? base : base + "-" + std::to_string(attempt));
+    const std::string suffix =
+        attempt == 1 ? "" : (attempt < 10 ? "-0" : "-") + std::to_string(attempt);
+    kept = archive.parent_path() / (base + suffix);
     // link() never replaces an existing file, unlike rename().
     if (::link(archive.c_str(), kept.c_str()) == 0) break;
-    if (errno != EEXIST || attempt == 100) {
+    if (errno == ENOENT && ::access(archive.c_str(), F_OK) != 0) return std::nullopt;
+    if (errno != EEXIST || attempt == 99) {
       error = {errno, std::generic_category()};
       return std::nullopt;
     }
@@ -165,17 +170,17 @@ std::optional<std::filesystem::path> keepDamagedArchive(const std::filesystem::p
 }
 
 // One write of the write queue: the damaged archive moved aside first when
-// there is one, then the snapshot archived and written durably.
-// Read and cleared here, behind every earlier write and deletion of the queue.
+// there is one, then the snapshot archived and written durably. The damage
+// flag is read and cleared here, behind every earlier write and deletion.
 std::optional<NYBArchiveWriteFailure> writeArchive(const std::filesystem::path& path,
                                                    std::shared_ptr<NYBSessionData> snapshot,
                                                    std::atomic<bool>& damagedArchiveOnDisk) {
   std::error_code error;
   if (damagedArchiveOnDisk.load()) {
     std::optional<std::filesystem::path> kept = keepDamagedArchive(path, error);
-    if (!kept) return NYBArchiveWriteFailure{path.string(), error, error.message()};
+    if (error) return NYBArchiveWriteFailure{path.string(), error, error.message()};
     damagedArchiveOnDisk.store(false);
-    log("NYBSession: Kept the damaged archive as {}", kept->string());
+    if (kept) log("NYBSession: Kept the damaged archive as {}", kept->string());
   }
   NYBData bytes;
   try {
