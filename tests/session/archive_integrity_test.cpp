@@ -43,7 +43,7 @@ TEST(ArchiveWriteHandOff, NoSaveIsLostWhenItRacesTheEndOfAWrite) {
 #if defined(__SANITIZE_THREAD__)
   const int saves = 20'000;  // the race checker slows the spinning a hundredfold
 #else
-  const int saves = 1'000'000;
+  const int saves = 3'000'000;
 #endif
   std::atomic<bool> inProgress{false};
   std::atomic<bool> requested{false};
