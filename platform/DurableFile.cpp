@@ -1,6 +1,7 @@
 #include "platform/DurableFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,7 +32,7 @@ bool writeAll(int fd, std::string_view bytes) {
   return true;
 }
 
-bool syncDirectory(const std::filesystem::path& directory) {
+bool syncDirectoryEntries(const std::filesystem::path& directory) {
   const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) return false;
   const bool synced = ::fsync(fd) == 0;
@@ -97,11 +98,37 @@ bool writeFileDurably(const std::filesystem::path& path, std::string_view bytes,
     return false;
   }
   // The rename itself is durable only once the directory is on disk.
-  if (!syncDirectory(directory)) {
+  if (!syncDirectoryEntries(directory)) {
     error = lastError();
     return false;
   }
   return true;
+}
+
+bool syncDirectory(const std::filesystem::path& directory, std::error_code& error) {
+  error.clear();
+  if (syncDirectoryEntries(directory)) return true;
+  error = lastError();
+  return false;
+}
+
+int lockFileExclusively(const std::filesystem::path& path, std::error_code& error) {
+  error.clear();
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd < 0) {
+    error = lastError();
+    return -1;
+  }
+  int locked;
+  do {
+    locked = ::flock(fd, LOCK_EX | LOCK_NB);
+  } while (locked != 0 && errno == EINTR);
+  if (locked != 0) {
+    error = lastError();
+    ::close(fd);
+    return -1;
+  }
+  return fd;
 }
 
 }  // namespace nyb

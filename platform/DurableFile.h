@@ -28,4 +28,14 @@ bool createPrivateDirectories(const std::filesystem::path& directory, std::error
 bool writeFileDurably(const std::filesystem::path& path, std::string_view bytes,
                       std::error_code& error);
 
+// Flushes the directory's entries (a rename or unlink in it) to disk.
+bool syncDirectory(const std::filesystem::path& directory, std::error_code& error);
+
+// Opens (making it with mode 0600 if missing) the file at `path` and takes an
+// exclusive advisory lock (flock) on it without waiting. Returns the open
+// descriptor, which holds the lock until it is closed (or the process ends,
+// however it ends); -1 on failure, with `error` set: EWOULDBLOCK when another
+// open of the file holds the lock.
+int lockFileExclusively(const std::filesystem::path& path, std::error_code& error);
+
 }  // namespace nyb

@@ -6,12 +6,15 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "NymbrelCore/NYBException.h"
 #include "platform/DurableFile.h"
+#include "platform/Log.h"
 
 namespace nyb {
 
@@ -49,6 +52,14 @@ std::string homeDirectory() {
   return "/";
 }
 
+// The lock on one directory; closing the descriptor lets go of it.
+struct DirectoryLock {
+  int fd = -1;
+  ~DirectoryLock() {
+    if (fd >= 0) ::close(fd);
+  }
+};
+
 }  // namespace
 
 std::string NYBDocuments::defaultDocumentsDirectory() {
@@ -77,6 +88,30 @@ void NYBDocuments::setDocumentsDirectory(std::string path) {
   DocumentsState& documents = state();
   std::lock_guard lock(documents.mutex);
   documents.configured = std::move(path);
+}
+
+std::shared_ptr<const void> NYBDocuments::holdDocumentsDirectory() {
+  const std::string directory = documentsDirectory();
+  // One flock per process and directory: a second open of the lock file would
+  // conflict with the first even within this process.
+  static std::mutex mutex;
+  static auto* const held = new std::map<std::string, std::weak_ptr<const DirectoryLock>>();
+  std::lock_guard lock(mutex);
+  const std::string key = std::filesystem::absolute(directory).lexically_normal().string();
+  if (auto existing = (*held)[key].lock()) return existing;
+  std::error_code error;
+  const int fd = lockFileExclusively(std::filesystem::path(directory) / "sessionData.lock", error);
+  if (fd < 0) {
+    if (error == std::errc::operation_would_block) {
+      throw NYBDocumentsDirectoryInUseException(directory);
+    }
+    log("NYBSession: Unable to lock {}: {}", directory, error.message());
+    return nullptr;
+  }
+  auto hold = std::make_shared<DirectoryLock>();
+  hold->fd = fd;
+  (*held)[key] = hold;
+  return hold;
 }
 
 }  // namespace nyb

@@ -11,4 +11,8 @@ NYBUnknownKeyException::NYBUnknownKeyException(std::string reason)
 NYBInvalidArgumentException::NYBInvalidArgumentException(std::string reason)
     : NYBException("NSInvalidArgumentException", std::move(reason)) {}
 
+NYBDocumentsDirectoryInUseException::NYBDocumentsDirectoryInUseException(std::string directory)
+    : NYBException("NYBDocumentsDirectoryInUseException", "another process is using " + directory),
+      directory_(std::move(directory)) {}
+
 }  // namespace nyb

@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "NymbrelCore/NYBDocuments.h"
 #include "platform/Log.h"
 #include "session/SessionInternal.h"
 
@@ -71,6 +72,8 @@ std::shared_ptr<NYBReachability> internetMonitor(
 NYBSession::NYBSession(PrivateTag) {}
 
 void NYBSession::start(const NYBSessionConfiguration& configuration) {
+  // Before anything else: another process's files are never touched.
+  documentsHold_ = NYBDocuments::holdDocumentsDirectory();
   std::weak_ptr<NYBSession> weakSelf = std::static_pointer_cast<NYBSession>(shared_from_this());
   reachabilityObserver_ = NYBNotificationCenter::defaultCenter().addObserverForName(
       std::string(kReachabilityChangedNotification), NYBDynamicValue(),
@@ -106,8 +109,9 @@ void NYBSession::endSession() {
   sessionData_ = nullptr;
   const std::filesystem::path archive = sessionDataURL().path();
   std::error_code error;
-  if (std::filesystem::symlink_status(archive, error).type() !=
-      std::filesystem::file_type::not_found) {
+  // A file that failed to load is kept for recovery, never deleted.
+  if (!damagedArchiveOnDisk_.load() && std::filesystem::symlink_status(archive, error).type() !=
+                                           std::filesystem::file_type::not_found) {
     if (!std::filesystem::remove(archive, error) && error) {
       log("Error deleting session: {}", error.message());
     }
@@ -119,7 +123,7 @@ void NYBSession::endSession() {
   session::archiveWriteQueue().async(
       [self = std::static_pointer_cast<NYBSession>(shared_from_this()), archive]() mutable {
         std::error_code ignored;
-        std::filesystem::remove(archive, ignored);
+        if (!self->damagedArchiveOnDisk_.load()) std::filesystem::remove(archive, ignored);
         NYBDispatchQueue::main().async([self = std::move(self)]() mutable {
           const std::shared_ptr<NYBSession> owner = std::move(self);  // let go in the body
           owner->archiveWorkPending_.fetch_sub(1);

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <system_error>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "NymbrelCore/NYBArray.h"
@@ -185,13 +186,48 @@ std::shared_ptr<NYBRecord> NYBSessionData::findNextImageRecordWithRecordID() con
 }
 
 void NYBSessionData::removeImageForRecord(const std::shared_ptr<NYBRecord>& record) {
-  if (const std::optional<std::string> path = imageFilepathForRecord(record)) {
+  // The file stays until the archive on disk no longer names it: deleting it
+  // first would let a crash leave an entry whose photo is gone.
+  if (std::optional<std::string> name = imageFilenameForRecord(record);
+      name && pathForImageName(name)) {
+    deferredImageDeletions_.push_back(std::move(*name));
+  }
+  removeImageFilename(record);
+}
+
+void NYBSessionData::eraseImageFiles(const std::vector<std::string>& names) {
+  std::unordered_set<std::string> named;
+  for (const auto& [record, name] : dictionaryOf(imageFilenames_)) {
+    if (name.isString()) named.emplace(name.stringView());
+  }
+  const std::unordered_set<std::string> erased(names.begin(), names.end());
+  for (const std::string& name : erased) {
+    const std::optional<std::string> path = pathForImageName(name);
+    if (!path || named.count(name) != 0) continue;
     if (::unlink(path->c_str()) != 0) {
       log("NYBSessionData: Unable to erase image file. Detail: {}",
           std::error_code(errno, std::generic_category()).message());
     }
   }
-  removeImageFilename(record);
+  std::erase_if(deferredImageDeletions_,
+                [&erased](const std::string& name) { return erased.count(name) != 0; });
+}
+
+void NYBSessionData::removeOrphanImageFiles() const {
+  std::unordered_set<std::string> named;
+  for (const auto& [record, name] : dictionaryOf(imageFilenames_)) {
+    if (name.isString()) named.emplace(name.stringView());
+  }
+  std::error_code error;
+  std::filesystem::directory_iterator entries(imageDirectory(), error);
+  if (error) return;
+  std::vector<std::filesystem::path> orphans;
+  for (const auto& entry : entries) {
+    if (entry.is_regular_file(error) && named.count(entry.path().filename().string()) == 0) {
+      orphans.push_back(entry.path());
+    }
+  }
+  for (const auto& path : orphans) std::filesystem::remove(path, error);
 }
 
 void NYBSessionData::replaceImageRecord(const std::shared_ptr<NYBRecord>& oldRecord,
@@ -259,8 +295,12 @@ void NYBSessionData::eraseImageDirectoryContents() const {
   std::error_code error;
   std::filesystem::directory_iterator entries(imageDirectory(), error);
   if (error) return;
+  const std::unordered_set<std::string> deferred(deferredImageDeletions_.begin(),
+                                                 deferredImageDeletions_.end());
   std::vector<std::filesystem::path> paths;
-  for (const auto& entry : entries) paths.push_back(entry.path());
+  for (const auto& entry : entries) {
+    if (deferred.count(entry.path().filename().string()) == 0) paths.push_back(entry.path());
+  }
   for (const auto& path : paths) {
     std::error_code ignored;
     std::filesystem::remove_all(path, ignored);

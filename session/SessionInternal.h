@@ -2,6 +2,7 @@
 // tasks ended exactly once, and how an error is classified.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -23,6 +24,17 @@ NYBDispatchQueue& archiveWriteQueue();
 // on intact objects and leaves a whole archive. Called on the thread that
 // drives the session, before it queues writes.
 void finishWritesAtExit();
+
+// The hand-off of archive writes between the main thread and the write queue,
+// over the session's two flags: one write runs at a time, and saves during it
+// fold into one follow-up. A save that races the end of a write is never
+// lost: either the writer sees its request, or the save sees the write ended
+// and takes the request back itself.
+//
+// Main thread, at a save: true when the caller is to start a write now.
+bool beginWriteOrRequest(std::atomic<bool>& inProgress, std::atomic<bool>& requested);
+// Write queue, at the end of a write: true when a follow-up save is owed.
+bool endWrite(std::atomic<bool>& inProgress, std::atomic<bool>& requested);
 
 // What the queue keeps of a record handed to the session.
 std::shared_ptr<NYBRecord> queuedCopy(const std::shared_ptr<NYBRecord>& record);

@@ -1,8 +1,15 @@
 // The session's archive: where it lives, loading it at start-up, and saving
 // snapshots of the session data on the serial write queue with saves during a
 // write folded into one more write.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -31,6 +38,23 @@ NYBDispatchQueue& archiveWriteQueue() {
     return new NYBDispatchQueue(std::string(prefix) + ".sessionWrite");
   }();
   return *queue;
+}
+
+bool beginWriteOrRequest(std::atomic<bool>& inProgress, std::atomic<bool>& requested) {
+  if (inProgress.load()) {
+    requested.store(true);
+    // The running write may have ended between the two lines above, before
+    // it looked for a request: then whichever of it and this save takes the
+    // request back acts on it.
+    if (inProgress.load() || !requested.exchange(false)) return false;
+  }
+  inProgress.store(true);
+  return true;
+}
+
+bool endWrite(std::atomic<bool>& inProgress, std::atomic<bool>& requested) {
+  inProgress.store(false);
+  return requested.exchange(false);
 }
 
 }  // namespace session
@@ -86,6 +110,93 @@ NYBException damage(std::string reason) {
   return NYBException(std::string(kNYBInvalidUnarchiveOperationException), std::move(reason));
 }
 
+// How many damaged archives are kept beside the archive; older ones go.
+constexpr std::size_t kKeptDamagedArchives = 3;
+
+std::string utcTimeText() {
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  ::gmtime_r(&now, &utc);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &utc);
+  return text;
+}
+
+// Moves the archive that failed to load to "sessionData.damaged-<UTC time>"
+// (with "-02" to "-99" when that name is taken, so that names still sort by
+// age), so that the data it holds can still be recovered, and drops all but
+// the newest few such files. Returns the new name; absent with `error` set
+// when the archive could not be moved (it is then where it was), absent
+// without when it is gone already.
+std::optional<std::filesystem::path> keepDamagedArchive(const std::filesystem::path& archive,
+                                                        std::error_code& error) {
+  const std::string base = archive.filename().string() + ".damaged-" + utcTimeText();
+  std::filesystem::path kept;
+  for (int attempt = 1;; ++attempt) {
+    const std::string suffix =
+        attempt == 1 ? "" : (attempt < 10 ? "-0" : "-") + std::to_string(attempt);
+    kept = archive.parent_path() / (base + suffix);
+    // link() never replaces an existing file, unlike rename().
+    if (::link(archive.c_str(), kept.c_str()) == 0) break;
+    if (errno == ENOENT && ::access(archive.c_str(), F_OK) != 0) return std::nullopt;
+    if (errno != EEXIST || attempt == 99) {
+      error = {errno, std::generic_category()};
+      return std::nullopt;
+    }
+  }
+  if (::unlink(archive.c_str()) != 0) {
+    error = {errno, std::generic_category()};
+    ::unlink(kept.c_str());
+    return std::nullopt;
+  }
+  ::chmod(kept.c_str(), 0600);
+  // Durable like every replacement of the archive: a crash after the write
+  // that follows must not bring the damaged file back under the old name.
+  syncDirectory(archive.parent_path(), error);
+  error.clear();
+
+  const std::string prefix = archive.filename().string() + ".damaged-";
+  std::vector<std::filesystem::path> damaged;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(archive.parent_path(), ignored)) {
+    if (entry.path().filename().string().rfind(prefix, 0) == 0) damaged.push_back(entry.path());
+  }
+  // The UTC time sorts as text; a suffix sorts after its bare name.
+  std::sort(damaged.begin(), damaged.end());
+  for (std::size_t i = 0; i + kKeptDamagedArchives < damaged.size(); ++i) {
+    std::filesystem::remove(damaged[i], ignored);
+  }
+  return kept;
+}
+
+// One write of the write queue: the damaged archive moved aside first when
+// there is one, then the snapshot archived and written durably. The damage
+// flag is read and cleared here, behind every earlier write and deletion.
+std::optional<NYBArchiveWriteFailure> writeArchive(const std::filesystem::path& path,
+                                                   std::shared_ptr<NYBSessionData> snapshot,
+                                                   std::atomic<bool>& damagedArchiveOnDisk) {
+  std::error_code error;
+  if (damagedArchiveOnDisk.load()) {
+    std::optional<std::filesystem::path> kept = keepDamagedArchive(path, error);
+    if (error) return NYBArchiveWriteFailure{path.string(), error, error.message()};
+    damagedArchiveOnDisk.store(false);
+    if (kept) log("NYBSession: Kept the damaged archive as {}", kept->string());
+  }
+  NYBData bytes;
+  try {
+    bytes = NYBKeyedArchiver::archivedDataWithRootObject(snapshot ? NYBDynamicValue(snapshot)
+                                                                  : NYBDynamicValue());
+  } catch (const std::exception& exception) {
+    return NYBArchiveWriteFailure{path.string(), std::make_error_code(std::errc::invalid_argument),
+                                  exception.what()};
+  }
+  snapshot.reset();
+  if (!writeFileDurably(path, bytes.view(), error)) {
+    return NYBArchiveWriteFailure{path.string(), error, error.message()};
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 NYBURL NYBSession::sessionDataURL() const {
@@ -94,14 +205,21 @@ NYBURL NYBSession::sessionDataURL() const {
 
 void NYBSession::loadSession() {
   const std::filesystem::path path = archivePath();
-  if (!writeInProgress_.load() && archiveWorkPending_.load() == 0) removeStaleTemporaryFiles(path);
+  // Files of this session's own writes in flight are not left over.
+  const bool settled = !writeInProgress_.load() && archiveWorkPending_.load() == 0;
+  if (settled) removeStaleTemporaryFiles(path);
   std::error_code error;
-  if (!std::filesystem::exists(path, error)) return;
+  if (!std::filesystem::exists(path, error)) {
+    if (settled && !damagedArchiveOnDisk_.load()) NYBSessionData().removeOrphanImageFiles();
+    return;
+  }
   try {
     const NYBData bytes = readWholeFile(path);
     const NYBDynamicValue root = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes);
     if (root.isAbsent() || root.isNull()) {
       sessionData_ = nullptr;
+      damagedArchiveOnDisk_.store(false);
+      if (settled) NYBSessionData().removeOrphanImageFiles();
       return;
     }
     auto restored = root.objectAs<NYBSessionData>();
@@ -113,49 +231,76 @@ void NYBSession::loadSession() {
       }
     }
     sessionData_ = std::move(restored);
+    damagedArchiveOnDisk_.store(false);
+    if (settled) sessionData_->removeOrphanImageFiles();
   } catch (const NYBException& exception) {
     log("Caught decoding exception: {}", exception.description());
+    damagedArchiveOnDisk_.store(true);
   } catch (const std::exception& exception) {
     log("Caught decoding exception: {}", exception.what());
+    damagedArchiveOnDisk_.store(true);
   }
 }
 
 void NYBSession::saveSessionData() {
-  if (writeInProgress_.load()) {
-    writeRequested_.store(true);
-    return;
-  }
+  if (!session::beginWriteOrRequest(writeInProgress_, writeRequested_)) return;
   auto task = session::BackgroundTask::begin();
-  writeInProgress_.store(true);
   std::shared_ptr<NYBSessionData> snapshot = snapshotOf(sessionData_);
+  std::vector<std::string> deletions =
+      sessionData_ ? sessionData_->deferredImageDeletions() : std::vector<std::string>();
   auto self = std::static_pointer_cast<NYBSession>(shared_from_this());
   archiveWorkPending_.fetch_add(1);
   session::archiveWriteQueue().async([self = std::move(self), snapshot = std::move(snapshot),
-                                      path = archivePath(), task = std::move(task)]() mutable {
-    try {
-      const NYBData bytes = NYBKeyedArchiver::archivedDataWithRootObject(
-          snapshot ? NYBDynamicValue(snapshot) : NYBDynamicValue());
-      snapshot.reset();
-      std::error_code ignored;
-      writeFileDurably(path, bytes.view(), ignored);
-    } catch (const std::exception&) {
-      // A failed write is left to the next save, which writes the full state.
-    }
-    snapshot.reset();
+                                      deletions = std::move(deletions), path = archivePath(),
+                                      task = std::move(task)]() mutable {
+    std::optional<NYBArchiveWriteFailure> failure =
+        writeArchive(path, std::move(snapshot), self->damagedArchiveOnDisk_);
+    const bool written = !failure.has_value();
+    self->noteArchiveWrite(std::move(failure));
     self->archiveWriteCount_.fetch_add(1);
-    self->writeInProgress_.store(false);
-    const bool followUp = self->writeRequested_.exchange(false);
+    const bool followUp = session::endWrite(self->writeInProgress_, self->writeRequested_);
     // The task ends before the main queue hears of the write, so that a
     // waiter there finds it ended; the follow-up save opens its own.
     task->end();
     // The session is let go on the main thread, where it lives; the follow-up
     // save, if asked for, snapshots the newest state there.
-    NYBDispatchQueue::main().async([self = std::move(self), followUp]() mutable {
-      const std::shared_ptr<NYBSession> owner = std::move(self);  // let go in the body
-      if (followUp) owner->saveSessionData();
-      owner->archiveWorkPending_.fetch_sub(1);
-    });
+    NYBDispatchQueue::main().async(
+        [self = std::move(self), followUp, written, deletions = std::move(deletions)]() mutable {
+          const std::shared_ptr<NYBSession> owner = std::move(self);  // let go in the body
+          // Photos dropped before this save are no longer named on disk. After a
+          // failed write they stay deferred and go with a later save.
+          if (written && !deletions.empty()) {
+            if (owner->sessionData_) {
+              owner->sessionData_->eraseImageFiles(deletions);
+            } else {
+              NYBSessionData().eraseImageFiles(deletions);
+            }
+          }
+          if (followUp) owner->saveSessionData();
+          owner->archiveWorkPending_.fetch_sub(1);
+        });
   });
+}
+
+void NYBSession::noteArchiveWrite(std::optional<NYBArchiveWriteFailure> failure) {
+  std::lock_guard lock(writeFailureMutex_);
+  if (failure) {
+    archiveWriteFailureCount_.fetch_add(1);
+    const bool sameCause = loggedWriteFailure_ && loggedWriteFailure_->path == failure->path &&
+                           loggedWriteFailure_->error == failure->error;
+    if (!sameCause) {
+      log("NYBSession: Unable to save the session to {}: {}", failure->path, failure->reason);
+      loggedWriteFailure_ = failure;
+    }
+  } else {
+    loggedWriteFailure_.reset();
+  }
+  lastWriteFailure_ = std::move(failure);
+}
+
+std::optional<NYBArchiveWriteFailure> NYBSession::lastArchiveWriteFailure() const {
+  std::lock_guard lock(writeFailureMutex_);
+  return lastWriteFailure_;
 }
 
 bool NYBSession::waitForArchiveWrites(std::chrono::milliseconds timeout) {

@@ -10,9 +10,17 @@
 // access token and health data; failure to make it is left to the first write
 // to report.
 //
+// One process at a time uses a documents directory: holdDocumentsDirectory()
+// takes an advisory lock (flock) on "sessionData.lock" in it, which every
+// session takes when it starts and keeps while it lives, so that a second
+// process fails before it reads or writes any of the first one's files. The
+// lock belongs to the process: sessions of one process share it, and the
+// system lets go of it when the process ends, however it ends.
+//
 // Every operation may be called from any thread.
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace nyb {
@@ -25,6 +33,14 @@ class NYBDocuments {
   static void setDocumentsDirectory(std::string path);
   // The default location for this process, from the environment as it is now.
   static std::string defaultDocumentsDirectory();
+
+  // This process's hold on the documents directory as it is now; the lock is
+  // kept while any hold on that directory lives. Raises
+  // NYBDocumentsDirectoryInUseException (NYBException.h) when another process
+  // holds it. When the lock file cannot be made at all (a read-only
+  // directory), the hold is empty and the reason is logged: the session's
+  // writes then report their own failures.
+  static std::shared_ptr<const void> holdDocumentsDirectory();
 };
 
 }  // namespace nyb

@@ -38,4 +38,15 @@ class NYBInvalidArgumentException : public NYBException {
   explicit NYBInvalidArgumentException(std::string reason);
 };
 
+// Another process is using the documents directory (it holds the directory's
+// lock file), so this one must not read or write the session's files there.
+class NYBDocumentsDirectoryInUseException : public NYBException {
+ public:
+  explicit NYBDocumentsDirectoryInUseException(std::string directory);
+  const std::string& directory() const { return directory_; }
+
+ private:
+  std::string directory_;
+};
+
 }  // namespace nyb

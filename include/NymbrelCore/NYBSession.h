@@ -17,12 +17,22 @@
 // is released by its last owner, which removes its observer and stops its
 // monitor. Requests and writes in flight hold the session until their ends
 // have been delivered on the main queue, so the last release happens on the
-// main thread when the owner lets go there. All sessions keep their archive,
-// "sessionData", in the documents directory (NYBDocuments) as it is when each
-// save or load happens, and the photos in its "images" folder, so two live
-// sessions must not share a documents directory. A session owns its session
-// data, its API client, its monitor and, while a request is in flight, the one
-// processingRecord.
+// main thread when the owner lets go there. All sessions keep their archive, "sessionData", in the
+// documents directory (NYBDocuments) as it is when each save or load happens, and the photos in its
+// "images" folder. A session holds the documents directory as it is when the session starts
+// (NYBDocuments::holdDocumentsDirectory(), an advisory lock on "sessionData.lock") for as long as
+// it lives: when another process holds it, sharedInstance() and sessionWithConfiguration() raise
+// NYBDocumentsDirectoryInUseException before any file there is read or written (sharedInstance()
+// then tries again on its next call). Sessions of one process share the hold, so two live sessions
+// of one process must still not use the same directory at once. A host that changes the documents
+// directory should do so only between sessions. A session owns its session data, its API client,
+// its monitor and, while a request is in flight, the one processingRecord.
+//
+// Failures. A damaged archive is logged, kept on disk and moved aside, never written over (see
+// loadSession()). A failed archive write is logged once per cause, kept for the host to read
+// (lastArchiveWriteFailure()), and tried again by every later save; until a write succeeds the file
+// on disk holds the last state that was written. A photo's file is deleted only once an archive
+// that no longer names it is on disk, so after a crash every photo the archive names has its file.
 //
 // Records. The queue holds the session's own copies of the records it is
 // given, so the caller may go on changing its objects. Once queued, a record
@@ -83,6 +93,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "NymbrelCore/NYBAPIClient.h"
@@ -104,6 +115,18 @@ enum NYBSessionErrorCode : std::int64_t {
 };
 
 class NYBSession;
+
+// Why the last archive write did not reach the disk.
+struct NYBArchiveWriteFailure {
+  // The file that could not be written (the archive, or the damaged archive
+  // that had to be moved aside first).
+  std::string path;
+  // The system's reason; std::errc::invalid_argument when the session data
+  // could not be archived at all.
+  std::error_code error;
+  // The reason as text.
+  std::string reason;
+};
 
 // How an independent session is made.
 struct NYBSessionConfiguration {
@@ -211,14 +234,26 @@ class NYBSession : public NYBObject {
 
   // <documents directory>/sessionData
   NYBURL sessionDataURL() const;
-  // Replaces the session data with the archived one when an archive exists.
-  // A damaged archive logs "Caught decoding exception: <reason>", leaves the
-  // session data as it was and the file in place.
+  // Replaces the session data with the archived one when an archive exists,
+  // then (with no archive work of this session pending) removes the
+  // temporary files of interrupted writes and the photo files that the
+  // loaded state does not name. A damaged archive logs "Caught decoding
+  // exception: <reason>" and leaves the session data as it was and the file
+  // in place; the next save first moves it aside to
+  // "sessionData.damaged-<UTC time>" (mode 0600; the newest three are kept)
+  // and logs where, and endSession() does not delete it.
   void loadSession();
   // Schedules a durable write of a snapshot of the session data (an archive
   // of no session when there is none). During a write it only asks for one
-  // more write, which snapshots the newest state when the running one ends.
+  // more write, which snapshots the newest state when the running one ends;
+  // a save that races the end of a write is never lost. Photo files dropped
+  // from the photo map since the last save are deleted once this write is
+  // on disk.
   void saveSessionData();
+  // Why the last archive write that finished failed; absent when it
+  // succeeded or none has finished. Each new cause is also logged once:
+  // "NYBSession: Unable to save the session to <path>: <reason>". Any thread.
+  std::optional<NYBArchiveWriteFailure> lastArchiveWriteFailure() const;
 
   // ---- Fields -----------------------------------------------------------------
 
@@ -251,8 +286,10 @@ class NYBSession : public NYBObject {
 
   // ---- For tests and hosts that must know the archive is on disk -------------
 
-  // Archive writes this session has finished, from any thread.
+  // Archive writes this session has finished (failed ones included), and how
+  // many of them failed; from any thread.
   std::size_t archiveWriteCount() const { return archiveWriteCount_.load(); }
+  std::size_t archiveWriteFailureCount() const { return archiveWriteFailureCount_.load(); }
   // Main thread: returns once no write (or deletion) of this session's
   // archive is running, queued or asked for, driving the main run loop
   // meanwhile (follow-up saves run there). False when that took longer than
@@ -262,6 +299,8 @@ class NYBSession : public NYBObject {
  private:
   friend class NYBSessionClass;
   void start(const NYBSessionConfiguration& configuration);
+  // Write queue: records the outcome of one write; logs a new cause.
+  void noteArchiveWrite(std::optional<NYBArchiveWriteFailure> failure);
 
   std::atomic<bool> writeInProgress_{false};
   std::atomic<bool> writeRequested_{false};
@@ -276,6 +315,16 @@ class NYBSession : public NYBObject {
   // end the main queue has not yet heard of: waitForArchiveWrites() waits
   // for it, and the follow-up save runs in that same main-queue block.
   std::atomic<std::size_t> archiveWorkPending_{0};
+  std::atomic<std::size_t> archiveWriteFailureCount_{0};
+  // The process's hold on the documents directory, taken at start.
+  std::shared_ptr<const void> documentsHold_;
+  // The file at the archive's path failed to load and has not been moved
+  // aside yet: no write may replace it and endSession() must not delete it.
+  // Set on the main thread, cleared by the write queue once it is moved.
+  std::atomic<bool> damagedArchiveOnDisk_{false};
+  mutable std::mutex writeFailureMutex_;
+  std::optional<NYBArchiveWriteFailure> lastWriteFailure_;    // guarded
+  std::optional<NYBArchiveWriteFailure> loggedWriteFailure_;  // guarded; the cause last logged
 };
 
 }  // namespace nyb

@@ -16,7 +16,12 @@
 // name is the record's hash as an unsigned decimal number plus ".png": two
 // records with identical values share one file, and the later photo wins.
 // Photos live in <documents directory>/images; files are written durably with
-// mode 0600.
+// mode 0600. A photo's file is written before the record's entry is mapped,
+// and deleted only after the entry is gone from the archive on disk: the
+// removing operations keep the file's name among the deferred deletions,
+// which the session reads at its next save and erases once that write is
+// durable. So after a crash the archive never names a photo whose file is
+// gone; a file that no archive names is removed at the next load.
 //
 // Failures are written to the platform log and swallowed; no operation
 // reports an error to its caller. The object is not synchronised: the session
@@ -82,10 +87,21 @@ class NYBSessionData : public NYBModel {
   // The first record of the photo map, in its order, that has a recordID;
   // null when none has.
   std::shared_ptr<NYBRecord> findNextImageRecordWithRecordID() const;
-  // Deletes the record's photo file (logging "NYBSessionData: Unable to erase
-  // image file. Detail: <reason>" when that fails, a missing file included)
-  // and removes its mapping in every case.
+  // Removes the record's mapping and defers the deletion of its photo file
+  // until a save without the mapping is on disk (see eraseImageFiles()).
   void removeImageForRecord(const std::shared_ptr<NYBRecord>& record);
+  // The file names whose deletion waits for a durable save without their
+  // mappings, oldest first.
+  const std::vector<std::string>& deferredImageDeletions() const { return deferredImageDeletions_; }
+  // Deletes the named photo files and drops them from the deferred
+  // deletions; a file the photo map names again (a record with the same
+  // values queued with a new photo) is kept. A failure, a missing file
+  // included, logs "NYBSessionData: Unable to erase image file. Detail:
+  // <reason>".
+  void eraseImageFiles(const std::vector<std::string>& names);
+  // Deletes every file of the image directory that the photo map does not
+  // name (left by a crash between writing a photo and the archive naming it).
+  void removeOrphanImageFiles() const;
   // Moves the old record's file name to the new record; the file keeps its
   // name. Nothing when either is null or the old record has no mapping.
   void replaceImageRecord(const std::shared_ptr<NYBRecord>& oldRecord,
@@ -107,7 +123,8 @@ class NYBSessionData : public NYBModel {
   // exists at its path; logs "NYBSessionData: Unable to create directory for
   // images to upload. Detail: <reason>" on failure.
   void verifyImageDirectory() const;
-  // Deletes everything inside the image directory, ignoring failures; the
+  // Deletes everything inside the image directory but the files whose
+  // deletion is deferred (they go after the save), ignoring failures; the
   // photo map is not touched.
   void eraseImageDirectoryContents() const;
 
@@ -167,6 +184,8 @@ class NYBSessionData : public NYBModel {
   NYBDynamicValue intradayStepsFetchTimestamp_;
   NYBDynamicValue passivePeripheralIDs_;
   NYBDynamicValue bluetoothPeripheralData_;
+  // Not a property: neither archived nor copied.
+  std::vector<std::string> deferredImageDeletions_;
 };
 
 }  // namespace nyb

@@ -4,19 +4,30 @@
 //     Starts a session in <documents> (continuing the archived one, if any),
 //     then submits records <tag>-0, <tag>-1, ... in bursts, some with a photo,
 //     and after each burst waits until the archive writes have finished and
-//     prints "saved <n>": every record up to <tag>-<n> is then on disk. Runs
-//     until it is killed. Uploads go to the base URL in NYMBREL_BASE_URL, which the test
-//     points at a closed port, so every record stays queued.
+//     prints "saved <n>": every record up to <tag>-<n> is then on disk. Each
+//     burst first drops one queued photo, as the session does once a photo
+//     is sent, so that kills also fall between a photo's removal and the
+//     save without it. Runs until it is killed. Uploads go to the base URL in NYMBREL_BASE_URL,
+//     which the test points at a closed port, so every record stays queued.
 //
 //   nyb_crash_host load <documents>
 //     Starts a session in <documents> and prints what it loaded: "id <activity
 //     ID>" for each queued record, "photo-missing <name>" for each photo whose
 //     file is gone, "log <line>" for each platform log line but the first (the
-//     library description), then "loaded <count>".
+//     library description), "orphan <name>" for each file of the image
+//     directory that no entry names, then "loaded <count>". When another
+//     process holds the documents directory: "in-use <directory>", exit 3.
+//
+//   nyb_crash_host hold <documents>
+//     Starts a session in <documents>, queues one record, waits until it is
+//     on disk, prints "ready" and keeps the session until it is killed.
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
+#include <set>
 #include <string>
 
 #include "NymbrelCore/NymbrelCore.h"
@@ -45,6 +56,10 @@ int submit(const std::string& tag, unsigned seed) {
   line("ready");
   std::mt19937 random(seed);
   for (long next = 0;;) {
+    if (const auto& data = session->sessionData(); data && data->hasImages()) {
+      const NYBDynamicValue sent = data->imageFilenames().dictionary()->begin()->first;
+      data->removeImageForRecord(sent.objectAs<NYBRecord>());
+    }
     const long burst = 1 + static_cast<long>(random() % 8);
     for (long i = 0; i < burst; ++i, ++next) {
       auto record = std::make_shared<NYBWeight>();
@@ -66,11 +81,30 @@ int submit(const std::string& tag, unsigned seed) {
   }
 }
 
-int load() {
+int hold() {
+  auto session = startSession();
+  session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
+  session->setProcessingRecord(std::make_shared<NYBWeight>());  // nothing is sent
+  auto record = std::make_shared<NYBWeight>();
+  record->setActivityID("held");
+  session->submitRecord(record);
+  if (!session->waitForArchiveWrites(std::chrono::seconds(60))) return 1;
+  line("ready");
+  for (;;) ::pause();
+}
+
+int load(const std::string& documents) {
   std::vector<std::string> logged;
   NYBSetPlatformLogSink([&logged](std::string_view text) { logged.emplace_back(text); });
-  auto session = startSession();
+  std::shared_ptr<NYBSession> session;
+  try {
+    session = startSession();
+  } catch (const NYBDocumentsDirectoryInUseException& busy) {
+    line("in-use " + busy.directory());
+    return 3;
+  }
   NYBSetPlatformLogSink(nullptr);
+  std::set<std::string> named;
   std::size_t count = 0;
   if (auto data = session->sessionData()) {
     for (const NYBDynamicValue& each : *data->records().array()) {
@@ -80,7 +114,13 @@ int load() {
     for (const auto& [record, name] : *data->imageFilenames().dictionary()) {
       auto path = data->pathForImageName(name.string());
       if (!path || !std::filesystem::exists(*path)) line("photo-missing " + name.description());
+      named.insert(name.description());
     }
+  }
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(documents + "/images", error)) {
+    const std::string name = entry.path().filename().string();
+    if (named.count(name) == 0) line("orphan " + name);
   }
   for (std::size_t i = 1; i < logged.size(); ++i) line("log " + logged[i]);
   line("loaded " + std::to_string(count));
@@ -96,7 +136,8 @@ int main(int argc, char** argv) {
   if (mode == "submit" && argc == 5) {
     return submit(argv[3], static_cast<unsigned>(std::strtoul(argv[4], nullptr, 10)));
   }
-  if (mode == "load" && argc == 3) return load();
+  if (mode == "load" && argc == 3) return load(argv[2]);
+  if (mode == "hold" && argc == 3) return hold();
   std::fputs("usage: nyb_crash_host submit <documents> <tag> <seed> | load <documents>\n", stderr);
   return 2;
 }

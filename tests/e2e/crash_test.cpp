@@ -1,7 +1,8 @@
 // Crash safety of the archive: a host process submits records continuously
 // and is killed with SIGKILL at random moments; after each kill a new process
-// loads the archive. It must always load, and it must hold every record whose
-// save the host had seen finish. NYB_CRASH_ITERATIONS sets the number of
+// loads the archive. It must always load, it must hold every record whose
+// save the host had seen finish, every photo it names must have its file and
+// no photo file may be left that it does not name. NYB_CRASH_ITERATIONS sets the number of
 // kills (50 by default).
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -11,7 +12,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
+#include <map>
 #include <random>
 #include <set>
 #include <thread>
@@ -89,6 +93,7 @@ TEST(CrashSafety, EveryFinishedSaveSurvivesAKillAtAnyMoment) {
       if (line->rfind("id ", 0) == 0) ids.insert(line->substr(3));
       EXPECT_NE(line->rfind("log Caught", 0), 0U) << *line;
       EXPECT_NE(line->rfind("photo-missing", 0), 0U) << *line;
+      EXPECT_NE(line->rfind("orphan", 0), 0U) << *line;
     }
     ASSERT_TRUE(line.has_value()) << "the loader did not finish";
     EXPECT_EQ(loader.wait(), 0);
@@ -106,6 +111,41 @@ TEST(CrashSafety, EveryFinishedSaveSurvivesAKillAtAnyMoment) {
   RecordProperty("kills", kills);
   RecordProperty("killsMidWrite", static_cast<int>(killsMidWrite));
   RecordProperty("confirmed", static_cast<int>(confirmed.size()));
+}
+
+std::map<std::string, std::string> filesIn(const fs::path& directory) {
+  std::map<std::string, std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+    if (!entry.is_regular_file()) continue;
+    std::ifstream file(entry.path(), std::ios::binary);
+    files[entry.path().string()] = std::string(std::istreambuf_iterator<char>(file), {});
+  }
+  return files;
+}
+
+TEST(CrashSafety, ASecondProcessIsRefusedTheDocumentsDirectoryAndTouchesNothing) {
+  TempDir documents;
+  ::setenv("NYMBREL_BASE_URL", ("http://127.0.0.1:" + std::to_string(closedPort()) + "/v1").c_str(),
+           1);
+  ChildProcess holder({NYB_CRASH_HOST_PATH, "hold", documents.path().string()});
+  ASSERT_EQ(holder.readLine(30s), "ready");
+  // What a write of the holder in flight would look like.
+  std::ofstream(documents.path() / ".sessionData.Ab12Cd") << "half a write";
+  const auto before = filesIn(documents.path());
+
+  ChildProcess second({NYB_CRASH_HOST_PATH, "load", documents.path().string()});
+  EXPECT_EQ(second.readLine(30s), "in-use " + documents.path().string());
+  EXPECT_EQ(second.wait(), 3);
+  EXPECT_EQ(filesIn(documents.path()), before);
+
+  // The lock goes with its process, however it ends.
+  holder.kill(SIGKILL);
+  holder.wait();
+  ChildProcess next({NYB_CRASH_HOST_PATH, "load", documents.path().string()});
+  EXPECT_EQ(next.readLine(30s), "id held");
+  EXPECT_EQ(next.readLine(30s), "loaded 1");
+  EXPECT_EQ(next.wait(), 0);
+  EXPECT_FALSE(fs::exists(documents.path() / ".sessionData.Ab12Cd"));
 }
 
 }  // namespace

@@ -197,9 +197,12 @@ TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord)
   data->replaceImageRecord(nullptr, accepted);
   EXPECT_EQ(data->imageFilenames().dictionary()->size(), 2U);
 
-  // Uploaded: the file goes with the mapping.
+  // Uploaded: the mapping goes at once, the file once a save without it is on disk.
   data->removeImageForRecord(accepted);
+  EXPECT_TRUE(fs::exists(imageDirectory() / fileName));
+  data->eraseImageFiles(data->deferredImageDeletions());
   EXPECT_FALSE(fs::exists(imageDirectory() / fileName));
+  EXPECT_TRUE(data->deferredImageDeletions().empty());
   EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);
   EXPECT_TRUE(data->hasImageForRecord(other));
 }
@@ -214,6 +217,7 @@ TEST_F(SessionData, AMissingPhotoFileIsLoggedAndTheMappingStillGoes) {
   test::LogCapture log;
   data->removeImageForRecord(r);
   data->removeImageForRecord(r);  // no mapping any more: no file to delete, no log
+  data->eraseImageFiles(data->deferredImageDeletions());
   EXPECT_EQ(log.lines(), (std::vector<std::string>{
                              "NYBSessionData: Unable to erase image file. Detail: No such file "
                              "or directory"}));

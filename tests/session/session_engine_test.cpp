@@ -134,9 +134,9 @@ TEST_F(SessionEngine, PhotosGoUpAfterEveryRecordWithTheIdentifierTheServiceGave)
   session->submitRecord(weight("p3", 80.0), photo(30));
   const fs::path images = documents.path() / "images";
   EXPECT_EQ(filesIn(images), 2U);
-  // After the first photo the other one is still waiting in the directory.
+  // A sent photo's file stays until the archive no longer names it.
   ASSERT_TRUE(runUntil([&] { return !notes.named(kNYBRecordImageSubmittedNotification).empty(); }));
-  EXPECT_EQ(filesIn(images), 1U);
+  EXPECT_EQ(filesIn(images), 2U);
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 5; }));
   settle();
 

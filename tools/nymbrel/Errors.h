@@ -2,7 +2,8 @@
 //
 // Scripts rely on the codes, so they never change meaning. When several apply
 // to one run (a rejected record and a record left queued), the lowest non-zero
-// code is the one returned.
+// code is the one returned; kExitStorage alone overrides the others, because
+// no outcome that the run reports is on disk then.
 #pragma once
 
 #include <stdexcept>
@@ -27,6 +28,12 @@ enum ExitCode : int {
   // A file could not be read, the archive is damaged, the development server
   // did not start, or the server does not hold what was sent.
   kExitFailure = 5,
+  // The session could not be saved in the data directory (the path and the
+  // system's reason are printed): what this run queued is not on disk, and a
+  // later run will not send it.
+  kExitStorage = 6,
+  // Another process is using the data directory; nothing was read or written.
+  kExitBusy = 7,
 };
 
 // The lower of two non-zero codes; zero only when both are zero.

@@ -5,6 +5,7 @@
 #include <NymbrelCore/NYBKeyedUnarchiver.h>
 #include <NymbrelCore/NYBUser.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -96,8 +97,17 @@ ArchiveContents readArchive(const std::string& documentsDirectory) {
   archive.path = (std::filesystem::path(documentsDirectory) / "sessionData").string();
   archive.imageDirectory = (std::filesystem::path(documentsDirectory) / "images").string();
   std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(documentsDirectory, error)) {
+    if (entry.path().filename().string().rfind("sessionData.damaged-", 0) == 0) {
+      archive.damagedArchives.push_back(entry.path().string());
+    }
+  }
+  std::sort(archive.damagedArchives.begin(), archive.damagedArchives.end());
   if (!std::filesystem::exists(archive.path, error)) return archive;
   archive.exists = true;
+  if (!std::filesystem::is_regular_file(archive.path, error)) {
+    throw CommandFailure(kExitFailure, "the archive " + archive.path + " is not a file");
+  }
   std::ifstream file(archive.path, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   if (!file.good() && !file.eof()) {
@@ -124,15 +134,30 @@ std::string maskToken(std::string_view token) {
   return std::string(token.size() - 4, '*') + std::string(token.substr(token.size() - 4));
 }
 
+namespace {
+
+std::string keptText(const ArchiveContents& archive) {
+  if (archive.damagedArchives.empty()) return "";
+  std::ostringstream out;
+  out << "Damaged archives kept for recovery: " << archive.damagedArchives.size() << "\n";
+  for (const std::string& path : archive.damagedArchives) {
+    auto size = fileSize(path);
+    out << "  " << path << " (" << (size ? sizeText(*size) : std::string("unreadable")) << ")\n";
+  }
+  return out.str();
+}
+
+}  // namespace
+
 std::string queueText(const ArchiveContents& archive) {
   std::ostringstream out;
   if (!archive.exists) {
     out << "No archive at " << archive.path << ": no session, nothing queued.\n";
-    return out.str();
+    return out.str() + keptText(archive);
   }
   if (!archive.session) {
     out << "The archive " << archive.path << " holds no session: nothing queued.\n";
-    return out.str();
+    return out.str() + keptText(archive);
   }
   out << "Archive: " << archive.path << "\n";
   if (auto user = archive.user()) {
@@ -170,7 +195,7 @@ std::string queueText(const ArchiveContents& archive) {
     }
     out << "\n";
   }
-  return out.str();
+  return out.str() + keptText(archive);
 }
 
 NYBDictionary queueJSON(const ArchiveContents& archive) {
@@ -217,6 +242,9 @@ NYBDictionary queueJSON(const ArchiveContents& archive) {
     photoList.append(std::move(entry));
   }
   document.set("photos", std::move(photoList));
+  nyb::NYBArray kept;
+  for (const std::string& path : archive.damagedArchives) kept.append(path);
+  document.set("damaged_archives", std::move(kept));
   return document;
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Options.h"
 
@@ -19,6 +20,9 @@ struct ArchiveContents {
   std::string path;            // <documents directory>/sessionData
   std::string imageDirectory;  // <documents directory>/images
   bool exists = false;
+  // Archives that failed to load, moved aside by the library for recovery
+  // ("sessionData.damaged-<UTC time>" beside the archive), oldest first.
+  std::vector<std::string> damagedArchives;
   // Null when there is no archive or it holds no session.
   std::shared_ptr<nyb::NYBSessionData> session;
 
@@ -28,7 +32,8 @@ struct ArchiveContents {
   std::optional<UserCredentials> user() const;
 };
 
-// Reads <documentsDirectory>/sessionData. An archive that cannot be read or
+// Reads <documentsDirectory>/sessionData and lists the damaged archives kept
+// beside it. An archive that cannot be read or
 // decoded is a failure (kExitFailure) naming the file and what is wrong.
 ArchiveContents readArchive(const std::string& documentsDirectory);
 

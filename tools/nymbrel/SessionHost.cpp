@@ -1,6 +1,8 @@
 #include "SessionHost.h"
 
 #include <NymbrelCore/NYBArray.h>
+#include <NymbrelCore/NYBDocuments.h>
+#include <NymbrelCore/NYBException.h>
 #include <NymbrelCore/NYBMedia.h>
 #include <NymbrelCore/NYBRunLoop.h>
 #include <NymbrelCore/NYBSessionData.h>
@@ -204,6 +206,18 @@ std::size_t SessionHost::queuedPhotoCount() const {
   return photos ? photos->size() : 0;
 }
 
+std::optional<nyb::NYBArchiveWriteFailure> SessionHost::saveFailure() const {
+  return session_ ? session_->lastArchiveWriteFailure() : std::nullopt;
+}
+
+void SessionHost::holdDataDirectory(const std::string& directory) {
+  try {
+    directoryHold_ = nyb::NYBDocuments::holdDocumentsDirectory();
+  } catch (const nyb::NYBDocumentsDirectoryInUseException&) {
+    throw CommandFailure(kExitBusy, "another process is using " + directory);
+  }
+}
+
 std::string SessionHost::describe(const Event& event) {
   std::string label = event.record ? recordLabel(*event.record) : "a record";
   std::string line;
@@ -247,6 +261,8 @@ namespace nymbrel {
 
 void openSession(SessionHost& host, const CommonOptions& options) {
   std::optional<UserCredentials> user = givenCredentials(options);
+  // Before the archive is read or replaced: another process may be writing it.
+  host.holdDataDirectory(documentsDirectory(options));
   ArchiveContents archive;
   try {
     archive = readArchive(documentsDirectory(options));
@@ -271,6 +287,17 @@ void printEvent(const SessionHost::Event& event, ProgressBar* progress) {
 
 int reportOutcome(const SessionHost& host, bool finished, const CommonOptions& options) {
   SessionHost::Tally tally = host.tally();
+  if (auto failure = host.saveFailure()) {
+    // Nothing this run reports as queued is on disk: say so instead.
+    std::cerr << "nymbrel: could not save the session to " << failure->path << ": "
+              << failure->reason;
+    if (std::size_t unsaved = tally.recordsPending + tally.photosPending; unsaved > 0) {
+      std::cerr << "; " << unsaved << (unsaved == 1 ? " item is" : " items are")
+                << " not queued for a later run";
+    }
+    std::cerr << "\n";
+    return kExitStorage;
+  }
   int code = kExitOK;
   if (tally.recordsRejected + tally.photosRejected + tally.earlierRejected > 0)
     code = combineExitCodes(code, kExitRejected);

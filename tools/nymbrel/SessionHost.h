@@ -99,6 +99,11 @@ class SessionHost {
   // Everything the session still holds, tracked or not.
   std::size_t queuedRecordCount() const;
   std::size_t queuedPhotoCount() const;
+  // Why the session's last archive write failed; absent when it succeeded.
+  std::optional<nyb::NYBArchiveWriteFailure> saveFailure() const;
+  // Takes this process's hold on the data directory (before anything in it
+  // is read); another process holding it is a failure (kExitBusy).
+  void holdDataDirectory(const std::string& directory);
 
   // One line about an event: "submitted weight record <activity ID> as <_id>: ...".
   static std::string describe(const Event& event);
@@ -114,6 +119,7 @@ class SessionHost {
 
   EventHandler handler_;
   std::vector<nyb::NYBNotificationToken> observers_;
+  std::shared_ptr<const void> directoryHold_;
   std::shared_ptr<nyb::NYBSession> session_;
   std::map<std::string, Item> items_;
   Tally tally_;
@@ -134,10 +140,11 @@ void openSession(SessionHost& host, const CommonOptions& options);
 void printEvent(const SessionHost::Event& event, ProgressBar* progress = nullptr);
 
 // After a run: writes where refusals were kept and what stays queued (and a
-// time-out) to standard error and gives the exit code: kExitRejected when
-// anything was refused, also what an earlier run queued,
-// kExitPending when anything stays queued, kExitFailure when a photo could
-// not be stored, else kExitOK.
+// time-out) to standard error and gives the exit code: kExitStorage when the
+// session could not be saved (then "could not save" with the path replaces the
+// queued report), kExitRejected when anything was refused, also what an earlier
+// run queued, kExitPending when anything stays queued, kExitFailure when a
+// photo could not be stored, else kExitOK.
 int reportOutcome(const SessionHost& host, bool finished, const CommonOptions& options);
 
 }  // namespace nymbrel

@@ -41,8 +41,9 @@ int main(int argc, char** argv) {
       "nymbrel import that file); 2 bad command line or input value, nothing sent; 3 something "
       "stays\n"
       "queued (service unreachable, server error, time-out); 4 import skipped bad rows;\n"
-      "5 a file, the archive, the development server or the server's copy failed. When\n"
-      "several apply, the lowest wins.");
+      "5 a file, the archive, the development server or the server's copy failed; 6 the\n"
+      "session could not be saved (nothing of this run is on disk); 7 another process is\n"
+      "using the data directory. When several apply, the lowest wins, except 6.");
   std::vector<std::unique_ptr<Command>> commands;
   commands.push_back(addDemoCommand(app));
   commands.push_back(addSubmitCommand(app));

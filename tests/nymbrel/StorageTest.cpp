@@ -1,0 +1,77 @@
+// The nymbrel binary when the data directory lets it down: held by another
+// process, refusing the archive's write, or holding a damaged archive.
+#include <gtest/gtest.h>
+
+#include <NymbrelCore/NYBDocuments.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "DevServer.h"
+#include "RunTool.h"
+#include "support/TempDir.h"
+
+namespace nyb::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+std::vector<std::string> offlineSubmit(const fs::path& data) {
+  // Nothing listens on port 1 of the loopback: every record stays queued.
+  return {"submit",     "sleep",       "--deep", "80", "--server", "http://127.0.0.1:1/v1",
+          "--data-dir", data.string(), "--org",  kOrg, "--user",   kUser,
+          "--token",    kToken};
+}
+
+TEST(NymbrelStorage, ABusyDirectoryAndAFailedSaveHaveTheirOwnExitCodes) {
+  TempDir data;
+  const fs::path archive = data.path() / "sessionData";
+  {
+    // This test process holds the directory, as a running nymbrel would.
+    NYBDocuments::setDocumentsDirectory(data.path().string());
+    auto hold = NYBDocuments::holdDocumentsDirectory();
+    NYBDocuments::setDocumentsDirectory("");
+    ToolRun run = runTool(offlineSubmit(data.path()));
+    EXPECT_EQ(run.status, 7) << run.err;
+    EXPECT_EQ(run.err, "nymbrel: another process is using " + data.path().string() + "\n");
+    EXPECT_FALSE(fs::exists(archive));
+  }
+
+  // The archive's place is taken by a directory: no save can succeed.
+  fs::create_directories(archive / "in-the-way");
+  ToolRun run = runTool(offlineSubmit(data.path()));
+  EXPECT_EQ(run.status, 6) << run.err;
+  EXPECT_TRUE(
+      contains(run.err, "nymbrel: could not save the session to " + archive.string() + ": "))
+      << run.err;
+  EXPECT_TRUE(contains(run.err, "; 1 item is not queued for a later run\n")) << run.err;
+  EXPECT_FALSE(contains(run.err, "queued;")) << run.err;
+}
+
+TEST(NymbrelStorage, ADamagedArchiveIsKeptAndListedByQueue) {
+  TempDir data;
+  std::ofstream(data.path() / "sessionData") << "not an archive at all";
+  ToolRun run = runTool(offlineSubmit(data.path()));
+  EXPECT_EQ(run.status, 3) << run.err;
+
+  run = runTool({"queue", "--json", "--data-dir", data.path().string()});
+  ASSERT_EQ(run.status, 0) << run.err;
+  auto queue = parse(run.out);
+  EXPECT_EQ(queue["records"].Size(), 1u);
+  ASSERT_EQ(queue["damaged_archives"].Size(), 1u);
+  const std::string kept = queue["damaged_archives"][0].GetString();
+  std::ifstream file(kept, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "not an archive at all");
+  run = runTool({"queue", "--data-dir", data.path().string()});
+  EXPECT_TRUE(
+      contains(run.out, "Damaged archives kept for recovery: 1\n  " + kept + " (21 bytes)\n"))
+      << run.out;
+}
+
+}  // namespace
+}  // namespace nyb::test
