@@ -1,16 +1,10 @@
 #include "RunTool.h"
 
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstring>
 #include <fstream>
-#include <stdexcept>
 
 #include "DevServer.h"
+#include "support/ChildProcess.h"
 
 extern char** environ;
 
@@ -19,65 +13,15 @@ namespace nyb::test {
 ToolRun runTool(const std::vector<std::string>& arguments,
                 const std::map<std::string, std::string>& environment,
                 std::chrono::seconds timeout) {
-  std::vector<std::string> argumentStrings = {NYB_NYMBREL_PATH};
-  argumentStrings.insert(argumentStrings.end(), arguments.begin(), arguments.end());
-  std::vector<char*> argv;
-  for (auto& argument : argumentStrings) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-
-  std::vector<std::string> environmentStrings;
+  std::vector<std::string> argv = {NYB_NYMBREL_PATH};
+  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  ChildProcess::Options options{true, std::vector<std::string>{}};
   for (char** entry = environ; *entry != nullptr; ++entry) {
-    if (std::strncmp(*entry, "NYMBREL_", 8) != 0) environmentStrings.emplace_back(*entry);
+    if (std::strncmp(*entry, "NYMBREL_", 8) != 0) options.environment->emplace_back(*entry);
   }
-  for (const auto& [name, value] : environment) environmentStrings.push_back(name + "=" + value);
-  std::vector<char*> envp;
-  for (auto& entry : environmentStrings) envp.push_back(entry.data());
-  envp.push_back(nullptr);
-
-  int out[2], err[2];
-  if (pipe(out) != 0 || pipe(err) != 0) throw std::runtime_error("pipe failed");
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-  posix_spawn_file_actions_addclose(&actions, out[0]);
-  posix_spawn_file_actions_addclose(&actions, err[0]);
-  pid_t pid = -1;
-  int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  close(err[1]);
-  if (rc != 0) throw std::runtime_error("cannot start " + argumentStrings[0]);
-
-  ToolRun run;
-  pollfd streams[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
-  std::string* sinks[2] = {&run.out, &run.err};
-  int open = 2;
-  auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (open > 0 && std::chrono::steady_clock::now() < deadline) {
-    if (poll(streams, 2, 100) <= 0) continue;
-    for (int i = 0; i < 2; ++i) {
-      if (streams[i].fd < 0 || (streams[i].revents & (POLLIN | POLLHUP)) == 0) continue;
-      char buffer[4096];
-      auto n = read(streams[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        sinks[i]->append(buffer, static_cast<size_t>(n));
-      } else {
-        close(streams[i].fd);
-        streams[i].fd = -1;
-        --open;
-      }
-    }
-  }
-  bool timedOut = open > 0;
-  for (auto& stream : streams) {
-    if (stream.fd >= 0) close(stream.fd);
-  }
-  if (timedOut) kill(pid, SIGKILL);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  run.status = !timedOut && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
+  for (const auto& [name, value] : environment) options.environment->push_back(name + "=" + value);
+  auto output = ChildProcess(argv, options).finish(timeout);
+  return {output.status, std::move(output.out), std::move(output.err)};
 }
 
 std::string writePng(const std::string& path, unsigned width, unsigned height) {
