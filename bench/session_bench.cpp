@@ -111,7 +111,7 @@ BENCHMARK(Submit)
 
 void SnapshotOnly(benchmark::State& state) {
   auto session = sessionWith(state.range(0));
-  for (auto _ : state) benchmark::DoNotOptimize(session->sessionData()->snapshot());
+  for (auto _ : state) benchmark::DoNotOptimize(session->sessionData()->copyAs<NYBSessionData>());
   finish(session);
 }
 BENCHMARK(SnapshotOnly)

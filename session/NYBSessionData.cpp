@@ -74,34 +74,6 @@ NYBSessionData::NYBSessionData(std::shared_ptr<NYBUser> user)
   if (user) user_ = std::move(user);
 }
 
-std::shared_ptr<NYBSessionData> NYBSessionData::snapshot() const {
-  auto copy = copyAs<NYBSessionData>();
-  // A record that is both queued and a photo key is copied once.
-  std::unordered_map<const NYBObject*, NYBDynamicValue> copies;
-  auto copyRecord = [&copies](const NYBDynamicValue& value) -> NYBDynamicValue {
-    auto model = value.objectAs<NYBModel>();
-    if (!model) return value;
-    auto [entry, inserted] = copies.try_emplace(model.get());
-    if (inserted) entry->second = model->copy();
-    return entry->second;
-  };
-  if (records_.isArray()) {
-    NYBArray records;
-    records.reserve(arrayOf(records_).size());
-    for (const NYBDynamicValue& record : arrayOf(records_)) records.append(copyRecord(record));
-    copy->records_ = std::move(records);
-  }
-  if (imageFilenames_.isDictionary()) {
-    NYBDictionary map;
-    map.reserve(dictionaryOf(imageFilenames_).size());
-    for (const auto& [record, name] : dictionaryOf(imageFilenames_)) {
-      map.append(copyRecord(record), name);
-    }
-    copy->imageFilenames_ = std::move(map);
-  }
-  return copy;
-}
-
 // MARK: - Queue
 
 void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record) {

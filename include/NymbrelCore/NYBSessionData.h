@@ -25,8 +25,8 @@
 //
 // Failures are written to the platform log and swallowed; no operation
 // reports an error to its caller. The object is not synchronised: the session
-// uses it on the main thread only and hands snapshot() copies to other
-// threads.
+// uses it on the main thread only and hands model copies (copyAs) to other
+// threads, which share only containers and records that never change.
 #pragma once
 
 #include <cstdint>
@@ -51,11 +51,6 @@ class NYBSessionData : public NYBModel {
   NYBSessionData();
   // The same, for that user.
   explicit NYBSessionData(std::shared_ptr<NYBUser> user);
-
-  // A copy whose records (those of the queue and the keys of the photo map)
-  // are copies too, each distinct record copied once: it shares nothing that
-  // this object's holder may still change, so another thread may archive it.
-  std::shared_ptr<NYBSessionData> snapshot() const;
 
   // ---- Queue ---------------------------------------------------------------
   // Appends at the tail; a null record is ignored.

@@ -2,16 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <png.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
-
-extern char** environ;
 
 namespace nyb::test {
 
@@ -24,58 +18,29 @@ DevServer::DevServer(const std::vector<std::string>& extraArguments) {
                                         "--user",
                                         kOrg + ":" + kOtherUser + ":" + kOtherToken};
   arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
-  std::vector<char*> argv;
-  for (auto& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-
-  int out[2];
-  if (pipe(out) != 0) throw std::runtime_error("pipe failed");
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addclose(&actions, out[0]);
-  int rc = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  if (rc != 0) {
-    close(out[0]);
-    throw std::runtime_error("cannot start " + arguments[0]);
-  }
-
+  process_ = std::make_unique<ChildProcess>(arguments);
   // The first line is the base URL; wait for it, but not forever.
-  std::string line;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-    pollfd ready{out[0], POLLIN, 0};
-    if (poll(&ready, 1, 100) <= 0) continue;
-    char buffer[256];
-    auto n = read(out[0], buffer, sizeof buffer);
-    if (n <= 0) break;
-    line.append(buffer, static_cast<size_t>(n));
-  }
-  close(out[0]);
-  auto colon = line.rfind(':');
+  const std::string line = process_->readLine(std::chrono::seconds(30)).value_or("");
+  process_->closeOutput();
+  const auto colon = line.rfind(':');
   if (line.rfind("http://127.0.0.1:", 0) != 0 || colon == std::string::npos) {
     stop(SIGKILL);
     throw std::runtime_error("the devserver printed no base URL: \"" + line + "\"");
   }
-  baseURL_ = line.substr(0, line.find('\n'));
+  baseURL_ = line;
   port_ = std::atoi(line.c_str() + colon + 1);
 }
 
 DevServer::~DevServer() {
-  if (pid_ > 0) {
+  if (process_->pid() > 0) {
     EXPECT_EQ(stop(), 0) << "the devserver did not shut down cleanly";
   }
 }
 
 int DevServer::stop(int signal) {
-  if (pid_ <= 0) return -1;
-  kill(pid_, signal);
-  int status = 0;
-  waitpid(pid_, &status, 0);
-  pid_ = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  if (process_->pid() <= 0) return -1;
+  process_->kill(signal);
+  return process_->wait();
 }
 
 std::unique_ptr<httplib::Client> DevServer::client(const std::string& token) const {

@@ -8,13 +8,14 @@
 
 #include <httplib.h>
 #include <rapidjson/document.h>
-#include <sys/types.h>
 
 #include <csignal>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "support/ChildProcess.h"
 
 namespace nyb::test {
 
@@ -41,7 +42,7 @@ class DevServer {
   std::unique_ptr<httplib::Client> client(const std::string& token = kToken) const;
 
  private:
-  pid_t pid_ = -1;
+  std::unique_ptr<ChildProcess> process_;
   int port_ = 0;
   std::string baseURL_;
 };

@@ -51,23 +51,6 @@ TEST_F(FaultsTest, StatusFaultAnswersTheNextRequestsOfItsMethodThenServes) {
             400);
 }
 
-TEST_F(FaultsTest, CloseFaultDropsTheConnectionWithoutAnAnswerAndStoresNothing) {
-  addFault(R"({"close":true,"count":1})");
-  auto res = postRecord("A");
-  EXPECT_FALSE(res);  // no HTTP answer at all
-  EXPECT_EQ(stored(), 0u);
-  EXPECT_EQ(postRecord("B")->status, 201);
-}
-
-TEST_F(FaultsTest, DelayFaultHoldsTheAnswerThenServesTheRequest) {
-  addFault(R"({"delay_ms":300,"count":1})");
-  auto start = std::chrono::steady_clock::now();
-  auto res = postRecord("A");
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
-  EXPECT_EQ(res->status, 201);
-  EXPECT_EQ(stored(), 1u);
-}
-
 TEST_F(FaultsTest, SeededFractionRepeatsItsChoicesAndResetClearsEveryRule) {
   auto pattern = [&] {
     std::string seen;

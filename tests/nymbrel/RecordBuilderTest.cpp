@@ -9,6 +9,7 @@
 #include <cmath>
 #include <regex>
 #include <set>
+#include <sstream>
 
 #include "RecordBuilder.h"
 #include "RecordFields.h"
@@ -148,56 +149,47 @@ TEST(RecordBuilder, ValuesInOtherUnitsAreStoredConvertedAndKeptAsEntered) {
 }
 
 TEST(RecordBuilder, BadValuesAreEachNamedAndNothingIsBuilt) {
-  struct Case {
-    std::string type;
+  // "type field value field value ..." (the field "unit" is --unit), and the errors, one a line.
+  const std::pair<std::string, std::string> cases[] = {
+      {"weight weight abc", "--weight: \"abc\" is not a number"},
+      {"weight weight inf bmi 1,5",
+       "--weight: \"inf\" is not a number\n--bmi: \"1,5\" is not a number"},
+      {"weight weight 70 weight 71", "--weight: given more than once"},
+      {"weight timestamp yesterday",
+       "--timestamp: \"yesterday\" is not a date-time such as 2016-03-01T14:05:09+01:00"},
+      {"weight validated maybe", "--validated: \"maybe\" is not true or false"},
+      {"diabetes relationship-to-meal lunch",
+       "--relationship-to-meal: \"lunch\" is not one of none, before, after, random, fasting"},
+      {"diabetes out-of-range medium", "--out-of-range: \"medium\" is not high or low"},
+      {"intraday point 2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5",
+       "--point: \"2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5\" ends before it starts"},
+      {"intraday point 120",
+       "--point: \"120\" is not a data point such as "
+       "2016-03-01T14:00:00+00:00/2016-03-01T14:15:00+00:00=120"},
+      {"sleep deep 80 unit kg", "--unit: a sleep record has no field with a unit"},
+      {"weight weight 70 unit oz", "--unit: \"oz\" is not a unit of weight (kg, lb or st)"},
+      {"diabetes blood-glucose 5 unit mmol",
+       "--unit: \"mmol\" is not a unit of blood-glucose (mg/dL or mmol/L)"},
+      {"weight bmi 22 unit lb", "--unit: \"lb\" given without --weight"},
+  };
+  for (const auto& [input, errors] : cases) {
+    std::istringstream words(input);
+    std::string type, name, value;
+    words >> type;
     std::vector<std::pair<std::string, std::string>> fields;
     std::optional<std::string> unit;
-    std::vector<std::string> errors;
-  };
-  const std::vector<Case> cases = {
-      {"weight", {{"weight", "abc"}}, {}, {"--weight: \"abc\" is not a number"}},
-      {"weight",
-       {{"weight", "inf"}, {"bmi", "1,5"}},
-       {},
-       {"--weight: \"inf\" is not a number", "--bmi: \"1,5\" is not a number"}},
-      {"weight", {{"weight", "70"}, {"weight", "71"}}, {}, {"--weight: given more than once"}},
-      {"weight",
-       {{"timestamp", "yesterday"}},
-       {},
-       {"--timestamp: \"yesterday\" is not a date-time such as 2016-03-01T14:05:09+01:00"}},
-      {"weight", {{"validated", "maybe"}}, {}, {"--validated: \"maybe\" is not true or false"}},
-      {"diabetes",
-       {{"relationship-to-meal", "lunch"}},
-       {},
-       {"--relationship-to-meal: \"lunch\" is not one of none, before, after, random, fasting"}},
-      {"diabetes",
-       {{"out-of-range", "medium"}},
-       {},
-       {"--out-of-range: \"medium\" is not high or low"}},
-      {"intraday",
-       {{"point", "2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5"}},
-       {},
-       {"--point: \"2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5\" ends before it starts"}},
-      {"intraday",
-       {{"point", "120"}},
-       {},
-       {"--point: \"120\" is not a data point such as "
-        "2016-03-01T14:00:00+00:00/2016-03-01T14:15:00+00:00=120"}},
-      {"sleep", {{"deep", "80"}}, "kg", {"--unit: a sleep record has no field with a unit"}},
-      {"weight",
-       {{"weight", "70"}},
-       "oz",
-       {"--unit: \"oz\" is not a unit of weight (kg, lb or st)"}},
-      {"diabetes",
-       {{"blood-glucose", "5"}},
-       "mmol",
-       {"--unit: \"mmol\" is not a unit of blood-glucose (mg/dL or mmol/L)"}},
-      {"weight", {{"bmi", "22"}}, "lb", {"--unit: \"lb\" given without --weight"}},
-  };
-  for (const auto& c : cases) {
-    BuildResult built = build(c.type, c.fields, c.unit);
-    EXPECT_EQ(built.errors, c.errors);
-    EXPECT_EQ(built.record, nullptr);
+    while (words >> name >> value) {
+      if (name == "unit") {
+        unit = value;
+      } else {
+        fields.emplace_back(name, value);
+      }
+    }
+    BuildResult built = build(type, fields, unit);
+    std::string joined;
+    for (const auto& error : built.errors) joined += (joined.empty() ? "" : "\n") + error;
+    EXPECT_EQ(joined, errors) << input;
+    EXPECT_EQ(built.record, nullptr) << input;
   }
 }
 

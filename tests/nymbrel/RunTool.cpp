@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "DevServer.h"
+#include "support/RunProgram.h"
 
 extern char** environ;
 

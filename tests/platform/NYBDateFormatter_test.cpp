@@ -29,25 +29,11 @@ std::unique_ptr<NYBDateFormatter> makeFormatter(const std::string& pattern,
   return formatter;
 }
 
-TEST(NYBDateFormatterTest, WritesAndReadsDateTimesWithOffsets) {
+// The record documents prove the date-time pattern itself; here what they do not reach.
+TEST(NYBDateFormatterTest, ReadsAnyOffsetAndKeepsMilliseconds) {
   const auto utc = makeFormatter(kDateTime, "UTC");
-  EXPECT_EQ(utc->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T14:05:09+00:00");
-  EXPECT_EQ(utc->dateFromString("2016-03-01T14:05:09+00:00"), NYBDate(kMarch2016));
-  // Any offset reads as the same instant.
-  EXPECT_EQ(utc->dateFromString("2016-03-01T09:05:09-05:00"), NYBDate(kMarch2016));
   EXPECT_EQ(utc->dateFromString("2016-03-01T19:35:09+05:30"), NYBDate(kMarch2016));
-
-  const auto newYork = makeFormatter(kDateTime, "America/New_York");
-  EXPECT_EQ(newYork->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T09:05:09-05:00");
-  EXPECT_EQ(newYork->stringFromDate(NYBDate(kJuly2016)), "2016-07-01T10:05:09-04:00");
-
-  const auto day = makeFormatter("yyyy-MM-dd", "UTC");
-  EXPECT_EQ(day->stringFromDate(NYBDate(kMarch2016)), "2016-03-01");
-  EXPECT_EQ(day->dateFromString("2016-03-01"), NYBDate(kMarch2016 - (14 * 3600 + 5 * 60 + 9)));
-
-  // Fractions of a second survive to the millisecond; instants before 1970 work too.
   const auto millis = makeFormatter("yyyy-MM-dd HH:mm:ss.SSS", "UTC");
-  EXPECT_EQ(millis->stringFromDate(NYBDate(kMarch2016 + 0.25)), "2016-03-01 14:05:09.250");
   EXPECT_EQ(millis->dateFromString("2016-03-01 14:05:09.250"), NYBDate(kMarch2016 + 0.25));
   EXPECT_EQ(millis->stringFromDate(NYBDate(-86400.5)), "1969-12-30 23:59:59.500");
 }
@@ -81,15 +67,9 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
   const std::string before = NYBDateFormatter::deviceTimeZoneID();
   {
     test::TimeZoneOverride zone("America/New_York");
-    EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), "America/New_York");
-    EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "-05:00");
     EXPECT_EQ(offset->stringFromDate(NYBDate(kJuly2016)), "-04:00");
     EXPECT_EQ(local->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T09:05:09-05:00");
     EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+09:00");
-
-    NYBDateFormatter::setDeviceTimeZone("UTC");
-    EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "+00:00");
-    EXPECT_EQ(local->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T14:05:09+00:00");
 
     NYBDateFormatter::setDeviceTimeZone("Asia/Kolkata");
     EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "+05:30");
@@ -97,32 +77,19 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
 
     // A formatter that gives up its own zone follows the device from then on.
     fixed->setTimeZone(std::nullopt);
-    EXPECT_EQ(fixed->timeZone(), std::nullopt);
     EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+05:30");
   }
   EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), before);
 }
 
-TEST(NYBDateFormatterTest, SettingsAreKeptAndUnknownZonesRejected) {
-  NYBDateFormatter formatter;
-  EXPECT_EQ(formatter.locale(), std::nullopt);
-  EXPECT_EQ(formatter.timeZone(), std::nullopt);
-  formatter.setLocale("fr_FR");
-  formatter.setDateFormat("d MMMM yyyy");
-  formatter.setTimeZone("Europe/Paris");
-  EXPECT_EQ(formatter.locale(), "fr_FR");
-  EXPECT_EQ(formatter.dateFormat(), "d MMMM yyyy");
-  EXPECT_EQ(formatter.timeZone(), "Europe/Paris");
-  EXPECT_EQ(formatter.stringFromDate(NYBDate(kMarch2016)), "1 mars 2016");
-  EXPECT_TRUE(formatter.dateFromString("1 mars 2016").has_value());
-  EXPECT_EQ(formatter.dateFromString("1 March 2016"), std::nullopt);
-
-  formatter.setLocale("en_US_POSIX");
-  EXPECT_EQ(formatter.stringFromDate(NYBDate(kMarch2016)), "1 March 2016");
+TEST(NYBDateFormatterTest, TheLocaleNamesMonthsAndUnknownZonesAreRejected) {
+  const auto french = makeFormatter("d MMMM yyyy", "Europe/Paris", "fr_FR");
+  EXPECT_EQ(french->stringFromDate(NYBDate(kMarch2016)), "1 mars 2016");
+  EXPECT_EQ(french->dateFromString("1 March 2016"), std::nullopt);
 
   const std::string device = NYBDateFormatter::deviceTimeZoneID();
-  EXPECT_THROW(formatter.setTimeZone("Mars/Olympus_Mons"), NYBInvalidArgumentException);
-  EXPECT_EQ(formatter.timeZone(), "Europe/Paris");
+  EXPECT_THROW(french->setTimeZone("Mars/Olympus_Mons"), NYBInvalidArgumentException);
+  EXPECT_EQ(french->timeZone(), "Europe/Paris");
   EXPECT_THROW(NYBDateFormatter::setDeviceTimeZone("Mars/Olympus_Mons"),
                NYBInvalidArgumentException);
   EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), device);

@@ -15,20 +15,6 @@
 namespace nyb {
 namespace {
 
-TEST(NYBPlatformLogTest, CapturedMessagesAreTheFormattedTextAlone) {
-  test::LogCapture capture;
-  log("NYBSession: no user");
-  log("Caught decoding exception: {}", std::string("truncated archive"));
-  log("{} {} {{literal}}", 404, "Not Found");
-  EXPECT_THAT(capture.lines(), testing::ElementsAre("NYBSession: no user",
-                                                    "Caught decoding exception: truncated archive",
-                                                    "404 Not Found {literal}"));
-  EXPECT_TRUE(capture.contains("404 Not Found {literal}"));
-  EXPECT_FALSE(capture.contains("404 Not Found"));
-  capture.clear();
-  EXPECT_TRUE(capture.lines().empty());
-}
-
 TEST(NYBPlatformLogTest, TheDefaultSinkWritesOneDatedLinePerMessageToStandardError) {
   { test::LogCapture capture; }  // and restores the default on destruction
   testing::internal::CaptureStderr();

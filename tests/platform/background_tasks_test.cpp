@@ -36,29 +36,6 @@ TEST_F(BackgroundTasks, CountsOpenTasksAndEndsThatAreNotBalanced) {
   EXPECT_EQ(tasks->strayEndCount(), 1U);
 }
 
-TEST_F(BackgroundTasks, ExpirationRunsTheHandlersOfOpenTasksOnly) {
-  // The pattern the session uses: a cell shared by the handler and the
-  // completion, whichever comes first ends the task and clears the cell.
-  NYBBackgroundTaskIdentifier cell = NYBBackgroundTaskInvalid;
-  int expirations = 0;
-  cell = application.beginBackgroundTaskWithExpirationHandler([&] {
-    ++expirations;
-    application.endBackgroundTask(cell);
-    cell = NYBBackgroundTaskInvalid;
-  });
-  const auto finished = application.beginBackgroundTaskWithExpirationHandler(
-      [&] { ADD_FAILURE() << "an ended task expired"; });
-  application.endBackgroundTask(finished);
-
-  EXPECT_EQ(tasks->expireOpenTasks(), 1U);
-  EXPECT_EQ(expirations, 1);
-  // The completion arrives late and finds the cell cleared.
-  application.endBackgroundTask(cell);
-  EXPECT_EQ(tasks->openTaskCount(), 0U);
-  EXPECT_EQ(tasks->strayEndCount(), 0U);
-  EXPECT_EQ(tasks->expireOpenTasks(), 0U);
-}
-
 TEST_F(BackgroundTasks, AHostDelegateReceivesEveryBeginAndEnd) {
   struct HostDelegate : NYBBackgroundTaskDelegate {
     NYBBackgroundTaskIdentifier beginBackgroundTask(ExpirationHandler) override { return 42; }

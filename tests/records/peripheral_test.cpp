@@ -5,9 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "NymbrelCore/NYBBiometrics.h"
 #include "NymbrelCore/NYBDiabetes.h"
 #include "NymbrelCore/NYBJSONSerialization.h"
@@ -16,7 +13,6 @@
 #include "NymbrelCore/NYBPeripheral.h"
 #include "NymbrelCore/NYBURL.h"
 #include "NymbrelCore/NYBWeight.h"
-#include "support/TempDir.h"
 
 namespace nyb {
 namespace {
@@ -100,23 +96,6 @@ class Peripherals : public ::testing::Test {
     OCRPeripheral::staticClass();
   }
 };
-
-TEST_F(Peripherals, TheBaseClassHasAnEmptyCatalogueAndTheKindTables) {
-  EXPECT_TRUE(NYBPeripheral::peripherals().empty());
-  EXPECT_TRUE(NYBPeripheral::supportedPeripherals().empty());
-  EXPECT_TRUE(NYBPeripheral::peripheralsOfType(NYBPeripheralTypeThermometer).empty());
-  EXPECT_FALSE(NYBPeripheral::peripheralForID(1));
-  EXPECT_EQ(NYBPeripheral::connectionType(), "Unknown");
-  EXPECT_EQ(NYBPeripheral::nameForType(NYBPeripheralTypeNone), "");
-  EXPECT_EQ(NYBPeripheral::nameForType(NYBPeripheralTypeBloodPressure), "Blood Pressure Monitor");
-  EXPECT_FALSE(NYBPeripheral::nameForType(NYBPeripheralType(7)));
-  EXPECT_EQ(NYBPeripheral::recordTypeForPeripheralType(NYBPeripheralTypeNone), NYBRecordTypeNone);
-  // Every kind above the weight scale, known or not, makes biometrics records.
-  for (std::uint64_t type : {2, 3, 6, 7, 99}) {
-    EXPECT_EQ(NYBPeripheral::recordTypeForPeripheralType(NYBPeripheralType(type)),
-              NYBRecordTypeBiometrics);
-  }
-}
 
 TEST_F(Peripherals, QueriesFilterTheCatalogueOfTheClassAsked) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
@@ -212,13 +191,10 @@ TEST_F(Peripherals, ARecordFindsItsPeripheralAfterTheArchiveAndJSON) {
     std::shared_ptr<NYBPeripheral> entry = cls->peripheralForID(3);
     std::shared_ptr<NYBRecord> record = entry->record();
 
-    // The archive, through a real file, brings the peripheral itself back.
-    test::TempDir dir;
-    std::ofstream(dir.path() / "record", std::ios::binary)
-        << NYBKeyedArchiver::archivedDataWithRootObject(record).view();
-    std::ifstream in(dir.path() / "record", std::ios::binary);
-    NYBData stored(std::string(std::istreambuf_iterator<char>(in), {}));
-    auto unarchived = NYBKeyedUnarchiver::unarchiveObjectWithData(stored).objectAs<NYBRecord>();
+    // The archive brings the peripheral itself back.
+    auto unarchived = NYBKeyedUnarchiver::unarchiveObjectWithData(
+                          NYBKeyedArchiver::archivedDataWithRootObject(record))
+                          .objectAs<NYBRecord>();
     ASSERT_TRUE(unarchived);
     ASSERT_TRUE(unarchived->peripheral());
     EXPECT_TRUE(unarchived->peripheral()->isEqual(*entry));

@@ -55,15 +55,7 @@ using TestWeight = TestRecord<NYBRecordTypeWeight>;
 
 constexpr const char* kToken = "tok-SECRET-42";
 
-// One server for the whole program.
-LoopbackServer& server() {
-  static LoopbackServer* const instance = [] {
-    auto* s = new LoopbackServer;
-    nyb::NYBSetRequestBaseURL(s->baseURL() + "/v1");
-    return s;
-  }();
-  return *instance;
-}
+LoopbackServer& server() { return LoopbackServer::shared(); }
 
 std::shared_ptr<TestBiometrics> biometrics(const char* activityID, const char* recordID = nullptr) {
   auto record = std::make_shared<TestBiometrics>();
@@ -263,27 +255,6 @@ TEST_F(APIClient, RefusedRecordsAreReportedAtOnceOnTheCallingThreadAndNothingIsS
   ASSERT_TRUE(barrier.await());
   EXPECT_EQ(server().requests().size(), 1u);
   EXPECT_EQ(log.lines(), std::vector<std::string>{"NYBRequest: No data returned: unsupported URL"});
-}
-
-TEST_F(APIClient, DeleteWithoutACompletionIsSentEvenWhenItsCheckFails) {
-  struct Recording : NYBURLSession {
-    std::vector<NYBURLRequest> seen;
-    void startDataTask(NYBURLRequest request, NYBURLSessionCompletion) override {
-      seen.push_back(std::move(request));
-    }
-  };
-  auto fake = std::make_shared<Recording>();
-  NYBURLSession::setSharedSession(fake);
-  client->deleteRecord(biometrics("no-id"), nullptr);
-  client->deleteRecord(nullptr, nullptr);
-  NYBURLSession::setSharedSession(nullptr);
-  ASSERT_EQ(fake->seen.size(), 2u);
-  for (const auto& request : fake->seen) {
-    EXPECT_EQ(request.HTTPMethod, "DELETE");
-    EXPECT_FALSE(request.URL);
-    EXPECT_EQ(request.HTTPBody->view(),
-              std::string(R"({"authentication_token":")") + kToken + "\"}");
-  }
 }
 
 TEST_F(APIClient, AnErrorsArrayTravelsBesideTheResult) {

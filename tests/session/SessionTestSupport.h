@@ -34,14 +34,7 @@ namespace nyb::test {
 
 using namespace std::chrono_literals;
 
-inline LoopbackServer& server() {
-  static LoopbackServer* const instance = [] {
-    auto* s = new LoopbackServer;
-    nyb::NYBSetRequestBaseURL(s->baseURL() + "/v1");
-    return s;
-  }();
-  return *instance;
-}
+inline LoopbackServer& server() { return LoopbackServer::shared(); }
 
 // Every path of the test user starts with this.
 inline const std::string kUserPath = "/v1/organizations/acme/users/u1/";

@@ -59,23 +59,6 @@ class SessionData : public ::testing::Test {
   std::shared_ptr<NYBSessionData> data;
 };
 
-TEST_F(SessionData, StartsEmptyForItsUser) {
-  EXPECT_EQ(data->user().object().get(), user.get());
-  EXPECT_FALSE(data->hasRecords());
-  EXPECT_FALSE(data->hasImages());
-  EXPECT_EQ(data->peekNextRecord(), nullptr);
-  EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);
-  for (const NYBDynamicValue* empty : {&data->queryDates(), &data->anchors(),
-                                       &data->imageFilenames(), &data->bluetoothPeripheralData()}) {
-    ASSERT_TRUE(empty->isDictionary());
-    EXPECT_TRUE(empty->dictionary()->empty());
-  }
-  EXPECT_TRUE(data->records().isArray());
-  EXPECT_TRUE(data->passivePeripheralIDs().isAbsent());
-  EXPECT_TRUE(data->routineQueryTimestamp().isAbsent());
-  EXPECT_TRUE(NYBSessionData().user().isAbsent());
-}
-
 TEST_F(SessionData, QueueIsFirstInFirstOutAndRemovesOnlyAMatchingHead) {
   auto a = record("a"), b = record("b"), c = record("c");
   data->addRecord(a);
@@ -270,16 +253,6 @@ TEST_F(SessionData, TheImageDirectoryIsMadeOnceAndEmptiedWithoutTouchingTheMap) 
   data->eraseImageDirectoryContents();  // nothing to list: nothing happens
 }
 
-TEST_F(SessionData, PeripheralDataIsKeptPerIdentifier) {
-  EXPECT_EQ(data->dataForBluetoothPeripheralID(7), std::nullopt);
-  data->setData(NYBData(std::string_view("one")), 7);
-  data->setData(NYBData(std::string_view("two")), 8);
-  data->setData(NYBData(std::string_view("three")), 7);
-  EXPECT_EQ(data->dataForBluetoothPeripheralID(7), NYBData(std::string_view("three")));
-  EXPECT_EQ(data->dataForBluetoothPeripheralID(8), NYBData(std::string_view("two")));
-  EXPECT_EQ(data->bluetoothPeripheralData().dictionary()->size(), 2U);
-}
-
 TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {
   data->verifyImageDirectory();
   auto first = record("first"), second = record("second"), third = record("third");
@@ -319,35 +292,6 @@ TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {
   EXPECT_TRUE(restored->passivePeripheralIDs().isAbsent());
   EXPECT_TRUE(restored->routineQueryTimestamp().isAbsent());
   EXPECT_TRUE(restored->routineFetchTimestamp().date().has_value());
-}
-
-TEST_F(SessionData, ASnapshotSharesNoRecordWithTheLiveSession) {
-  data->verifyImageDirectory();
-  auto queued = record("both");
-  data->addRecord(queued, image(8));
-  auto snapshot = data->snapshot();
-  EXPECT_TRUE(snapshot->isEqual(*data));
-
-  auto copiedRecord = snapshot->peekNextRecord();
-  ASSERT_NE(copiedRecord, nullptr);
-  EXPECT_NE(copiedRecord, queued);
-  const auto liveKey = data->imageFilenames().dictionary()->begin()->first.objectAs<NYBRecord>();
-  const auto copiedKey =
-      snapshot->imageFilenames().dictionary()->begin()->first.objectAs<NYBRecord>();
-  ASSERT_TRUE(liveKey && copiedKey);
-  EXPECT_NE(copiedKey, liveKey);
-
-  // The live records gain media while the snapshot is being archived: the
-  // queued one and the photo key (as the photo upload does to the key it
-  // was given).
-  auto media = std::make_shared<NYBMedia>();
-  media->setMediaID("m-1");
-  queued->addMedia(media);
-  liveKey->addMedia(media);
-  EXPECT_FALSE(snapshot->isEqual(*data));
-  EXPECT_TRUE(copiedRecord->isEqual(*record("both")));
-  EXPECT_TRUE(copiedKey->isEqual(*record("both")));
-  EXPECT_TRUE(snapshot->hasImageForRecord(record("both")));
 }
 
 }  // namespace

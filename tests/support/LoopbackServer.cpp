@@ -18,6 +18,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "NymbrelCore/NYBConstants.h"
+
 namespace nyb::test {
 
 namespace {
@@ -427,6 +429,16 @@ bool LoopbackServer::waitForRequests(std::size_t count, std::chrono::millisecond
 std::size_t LoopbackServer::connectionCount() const {
   std::lock_guard lock(state_->mutex);
   return state_->connectionsAccepted;
+}
+
+LoopbackServer& LoopbackServer::shared() {
+  // Never destroyed: requests may still be in flight when the program ends.
+  static LoopbackServer* const instance = [] {
+    auto* server = new LoopbackServer;
+    NYBSetRequestBaseURL(server->baseURL() + "/v1");
+    return server;
+  }();
+  return *instance;
 }
 
 }  // namespace nyb::test

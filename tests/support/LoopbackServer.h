@@ -11,7 +11,8 @@
 // bytes that are not HTTP, reset the connection, close it without a byte of
 // answer, drip its body one byte at a time, or never answer at all.
 //
-// Every member may be called from any thread.
+// Every member may be called from any thread. shared() gives the one server a test program
+// points the library at.
 #pragma once
 
 #include <chrono>
@@ -91,6 +92,10 @@ class LoopbackServer {
   bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const;
   // How many connections were accepted so far.
   std::size_t connectionCount() const;
+
+  // One server for the whole test program, made on first use, that the library's request
+  // base URL ("<baseURL>/v1") names: the library keeps one base URL per process.
+  static LoopbackServer& shared();
 
  private:
   struct State;
