@@ -18,6 +18,8 @@
 // each operation reads it once while building its request.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -62,7 +64,7 @@ using NYBAPICompletion =
 using NYBRecordList = std::vector<std::shared_ptr<NYBRecord>>;
 
 // The class object of NYBAPIClient, carrying its class-level operations.
-class NYBAPIClientClass : public NYBClass {
+class NYB_EXPORT NYBAPIClientClass : public NYBClass {
  public:
   using NYBClass::NYBClass;
 
@@ -121,7 +123,7 @@ class NYBAPIClientClass : public NYBClass {
       const std::vector<std::shared_ptr<NYBServerResponse>>& errorRecords) const;
 };
 
-class NYBAPIClient : public NYBObject {
+class NYB_EXPORT NYBAPIClient : public NYBObject {
   NYB_DECLARE_CLASS(NYBAPIClientClass)
  public:
   // A null user raises NYBException "Missing parameter exception" with the

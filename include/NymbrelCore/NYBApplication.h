@@ -17,6 +17,8 @@
 // a task is ended through the delegate installed at the time of the end.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -29,7 +31,7 @@ namespace nyb {
 using NYBBackgroundTaskIdentifier = std::uint64_t;
 inline constexpr NYBBackgroundTaskIdentifier NYBBackgroundTaskInvalid = 0;
 
-class NYBBackgroundTaskDelegate {
+class NYB_EXPORT NYBBackgroundTaskDelegate {
  public:
   using ExpirationHandler = std::function<void()>;
   virtual ~NYBBackgroundTaskDelegate();
@@ -43,7 +45,7 @@ class NYBBackgroundTaskDelegate {
 // Counts tasks and keeps their expiration handlers; nothing ever expires a
 // task by itself, but expireOpenTasks() lets a test play the host running
 // out of time.
-class NYBCountingBackgroundTaskDelegate : public NYBBackgroundTaskDelegate {
+class NYB_EXPORT NYBCountingBackgroundTaskDelegate : public NYBBackgroundTaskDelegate {
  public:
   NYBBackgroundTaskIdentifier beginBackgroundTask(ExpirationHandler handler) override;
   void endBackgroundTask(NYBBackgroundTaskIdentifier identifier) override;
@@ -67,7 +69,7 @@ class NYBCountingBackgroundTaskDelegate : public NYBBackgroundTaskDelegate {
   std::size_t strayEnds_ = 0;
 };
 
-class NYBApplication {
+class NYB_EXPORT NYBApplication {
  public:
   // The process's application object.
   static NYBApplication& sharedApplication();

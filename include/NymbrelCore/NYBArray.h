@@ -5,6 +5,8 @@
 // synchronised: one writer at a time.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <initializer_list>
 #include <string>
@@ -14,7 +16,7 @@
 
 namespace nyb {
 
-class NYBArray {
+class NYB_EXPORT NYBArray {
  public:
   using const_iterator = std::vector<NYBDynamicValue>::const_iterator;
 

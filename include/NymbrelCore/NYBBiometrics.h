@@ -14,6 +14,8 @@
 // at a time (see NYBRecord).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <string_view>
 
@@ -21,7 +23,7 @@
 
 namespace nyb {
 
-class NYBBiometrics : public NYBRecord {
+class NYB_EXPORT NYBBiometrics : public NYBRecord {
   NYB_DECLARE_MODEL(NYBBiometrics, NYBRecordClass)
  public:
   NYBBiometrics() = default;

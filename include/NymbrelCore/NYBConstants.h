@@ -6,6 +6,8 @@
 // library itself, so that code built against it can read them by name.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -14,10 +16,10 @@
 // ---- Library identity ------------------------------------------------------
 
 // The library's numeric version: 1.0.
-extern "C" const double NymbrelCoreVersionNumber;
+extern "C" NYB_EXPORT const double NymbrelCoreVersionNumber;
 // The library's version text, zero-terminated:
 // "@(#)PROGRAM:NymbrelCore  PROJECT:NymbrelCore-1\n".
-extern "C" const unsigned char NymbrelCoreVersionString[];
+extern "C" NYB_EXPORT const unsigned char NymbrelCoreVersionString[];
 
 namespace nyb {
 
@@ -64,7 +66,7 @@ inline constexpr std::string_view kNYBAPIErrorDomain = "NYBAPIErrorDomain";
 // service (a development server, say) says so with NYBSetRequestBaseURL().
 // Reads like a string constant, from any thread:
 //   std::string url = std::string(kNYBRequestBaseURLString) + "/organizations/...";
-struct NYBRequestBaseURL {
+struct NYB_EXPORT NYBRequestBaseURL {
   std::string value() const;
   operator std::string() const { return value(); }  // NOLINT(runtime/explicit)
 };
@@ -76,7 +78,7 @@ inline constexpr NYBRequestBaseURL kNYBRequestBaseURLString{};
 // the user's token never crosses a network in clear text; anything else
 // raises NYBInvalidArgumentException and leaves the base URL as it was. Any
 // thread; requests already sent keep the URL they were made with.
-void NYBSetRequestBaseURL(std::string_view url);
+NYB_EXPORT void NYBSetRequestBaseURL(std::string_view url);
 
 }  // namespace nyb
 

@@ -3,6 +3,8 @@
 // A plain value type, safe to read from any thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -11,7 +13,7 @@
 
 namespace nyb {
 
-class NYBData {
+class NYB_EXPORT NYBData {
  public:
   NYBData() = default;
   explicit NYBData(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}

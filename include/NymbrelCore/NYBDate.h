@@ -5,12 +5,14 @@
 // the instant as text.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <compare>
 #include <cstddef>
 
 namespace nyb {
 
-class NYBDate {
+class NYB_EXPORT NYBDate {
  public:
   constexpr NYBDate() = default;
   constexpr explicit NYBDate(double secondsSince1970) : seconds_(secondsSince1970) {}

@@ -14,6 +14,8 @@
 // (TZ, /etc/localtime) on first use, then whatever setDeviceTimeZone() last set.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,7 +25,7 @@
 
 namespace nyb {
 
-class NYBDateFormatter {
+class NYB_EXPORT NYBDateFormatter {
  public:
   // Pattern "", the device's locale and the device's time zone.
   NYBDateFormatter();

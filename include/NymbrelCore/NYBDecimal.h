@@ -12,6 +12,8 @@
 // silently zero or infinite.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -19,7 +21,7 @@
 
 namespace nyb {
 
-class NYBDecimal {
+class NYB_EXPORT NYBDecimal {
  public:
   // Zero.
   NYBDecimal();

@@ -16,6 +16,8 @@
 // at a time (see NYBRecord). The class object holds no mutable state.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -48,7 +50,7 @@ enum NYBDiabetesOutOfRange : std::uint64_t {
   NYBDiabetesOutOfRangeLow = 2,
 };
 
-class NYBDiabetesClass : public NYBRecordClass {
+class NYB_EXPORT NYBDiabetesClass : public NYBRecordClass {
  public:
   using NYBRecordClass::NYBRecordClass;
 
@@ -72,7 +74,7 @@ class NYBDiabetesClass : public NYBRecordClass {
       const NYBDynamicValue& string) const;
 };
 
-class NYBDiabetes : public NYBRecord {
+class NYB_EXPORT NYBDiabetes : public NYBRecord {
   NYB_DECLARE_MODEL(NYBDiabetes, NYBDiabetesClass)
  public:
   NYBDiabetes() = default;

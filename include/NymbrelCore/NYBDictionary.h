@@ -14,6 +14,8 @@
 // time.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <initializer_list>
 #include <string>
@@ -26,7 +28,7 @@
 
 namespace nyb {
 
-class NYBDictionary {
+class NYB_EXPORT NYBDictionary {
  public:
   using Entry = std::pair<NYBDynamicValue, NYBDynamicValue>;
   using const_iterator = std::vector<Entry>::const_iterator;

@@ -14,13 +14,15 @@
 // driven by another thread, unless called on the main thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <functional>
 #include <memory>
 #include <string>
 
 namespace nyb {
 
-class NYBDispatchQueue {
+class NYB_EXPORT NYBDispatchQueue {
  public:
   using Task = std::function<void()>;
 

@@ -20,12 +20,14 @@
 // Every operation may be called from any thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <string>
 
 namespace nyb {
 
-class NYBDocuments {
+class NYB_EXPORT NYBDocuments {
  public:
   // The documents directory, made if missing.
   static std::string documentsDirectory();

@@ -18,6 +18,8 @@
 // compare with their own isEqual(). The null marker equals only itself.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -38,7 +40,7 @@ class NYBArray;
 class NYBData;
 class NYBURL;
 
-class NYBDynamicValue {
+class NYB_EXPORT NYBDynamicValue {
  public:
   enum class Kind : std::uint8_t {
     Absent,
@@ -180,7 +182,7 @@ class NYBDynamicValue {
   Storage storage_;
 };
 
-struct NYBDynamicValueHash {
+struct NYB_EXPORT NYBDynamicValueHash {
   std::size_t operator()(const NYBDynamicValue& value) const { return value.hash(); }
 };
 

@@ -6,6 +6,8 @@
 // may cross threads freely (a completion may receive one on another thread).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -18,7 +20,7 @@ namespace nyb {
 
 inline constexpr std::string_view kNYBLocalizedDescriptionKey = "NSLocalizedDescription";
 
-class NYBError : public NYBObject {
+class NYB_EXPORT NYBError : public NYBObject {
   NYB_DECLARE_CLASS(NYBClass)
  public:
   NYBError(std::string domain, std::int64_t code, NYBDictionary userInfo = {});

@@ -7,12 +7,14 @@
 // itself. Thrown by value and caught by reference.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <exception>
 #include <string>
 
 namespace nyb {
 
-class NYBException : public std::exception {
+class NYB_EXPORT NYBException : public std::exception {
  public:
   NYBException(std::string name, std::string reason);
   const std::string& name() const { return name_; }
@@ -26,21 +28,21 @@ class NYBException : public std::exception {
 };
 
 // Setting or reading a name that is neither a property nor a field.
-class NYBUnknownKeyException : public NYBException {
+class NYB_EXPORT NYBUnknownKeyException : public NYBException {
  public:
   explicit NYBUnknownKeyException(std::string reason);
 };
 
 // An argument the operation cannot take (absent for a scalar, a value that
 // cannot be archived, a JSON argument that is not a dictionary).
-class NYBInvalidArgumentException : public NYBException {
+class NYB_EXPORT NYBInvalidArgumentException : public NYBException {
  public:
   explicit NYBInvalidArgumentException(std::string reason);
 };
 
 // Another process is using the documents directory (it holds the directory's
 // lock file), so this one must not read or write the session's files there.
-class NYBDocumentsDirectoryInUseException : public NYBException {
+class NYB_EXPORT NYBDocumentsDirectoryInUseException : public NYBException {
  public:
   explicit NYBDocumentsDirectoryInUseException(std::string directory);
   const std::string& directory() const { return directory_; }

@@ -10,6 +10,8 @@
 // Any thread may call any operation; callbacks run on the targets' run loops.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -23,7 +25,7 @@
 
 namespace nyb {
 
-class NYBFakeReachabilitySource : public NYBReachabilitySource {
+class NYB_EXPORT NYBFakeReachabilitySource : public NYBReachabilitySource {
  public:
   // What one target was made for: a host name, or a copy of a socket address.
   struct Request {

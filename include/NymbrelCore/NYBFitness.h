@@ -10,11 +10,13 @@
 // at a time (see NYBRecord).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBRecord.h"
 
 namespace nyb {
 
-class NYBFitness : public NYBRecord {
+class NYB_EXPORT NYBFitness : public NYBRecord {
   NYB_DECLARE_MODEL(NYBFitness, NYBRecordClass)
  public:
   NYBFitness() = default;

@@ -16,6 +16,8 @@
 // the formatters themselves are safe to share.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <mutex>
 
@@ -24,7 +26,7 @@
 
 namespace nyb {
 
-class NYBFormatter {
+class NYB_EXPORT NYBFormatter {
  public:
   static NYBFormatter& sharedFormatter();
 

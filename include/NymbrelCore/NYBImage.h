@@ -6,6 +6,8 @@
 // thread while the application holds it on another).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -17,7 +19,7 @@
 
 namespace nyb {
 
-class NYBImage {
+class NYB_EXPORT NYBImage {
  public:
   // Fully transparent black pixels.
   NYBImage(std::size_t width, std::size_t height);

@@ -20,12 +20,14 @@
 // at a time (see NYBRecord).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBDate.h"
 #include "NymbrelCore/NYBRecord.h"
 
 namespace nyb {
 
-class NYBIntraDay : public NYBRecord {
+class NYB_EXPORT NYBIntraDay : public NYBRecord {
   NYB_DECLARE_MODEL(NYBIntraDay, NYBRecordClass)
  public:
   // The record defaults, then a new UUID activityID, an empty entries list,

@@ -9,6 +9,8 @@
 // direction crash. Stateless: any thread may call it.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,7 +26,7 @@ inline constexpr std::string_view kNYBCocoaErrorDomain = "NSCocoaErrorDomain";
 inline constexpr std::int64_t kNYBPropertyListReadCorruptError = 3840;
 inline constexpr std::int64_t kNYBPropertyListWriteInvalidError = 3852;
 
-class NYBJSONSerialization {
+class NYB_EXPORT NYBJSONSerialization {
  public:
   // The document's top-level array or dictionary; absent, with *error set
   // when error is given, for text that is malformed or truncated, whose top

@@ -7,6 +7,8 @@
 // can be archived. One archiver is used by one thread, for one archive.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <string_view>
 
@@ -15,7 +17,7 @@
 
 namespace nyb {
 
-class NYBKeyedArchiver {
+class NYB_EXPORT NYBKeyedArchiver {
  public:
   // The archive of a root value. Raises NYBInvalidArgumentException when the
   // root itself cannot be archived (failures inside a model's own entries are

@@ -7,6 +7,8 @@
 // failure, never a crash or a hang. One unarchiver is used by one thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <string_view>
 
@@ -19,7 +21,7 @@ namespace nyb {
 inline constexpr std::string_view kNYBInvalidUnarchiveOperationException =
     "NSInvalidUnarchiveOperationException";
 
-class NYBKeyedUnarchiver {
+class NYB_EXPORT NYBKeyedUnarchiver {
  public:
   // The root value of an archive. Damage raises an NYBException named
   // "NSInvalidUnarchiveOperationException" whose reason says what is wrong.

@@ -10,13 +10,15 @@
 // from several threads at once is not supported.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 
 #include "NymbrelCore/NYBObject.h"
 
 namespace nyb {
 
-class NYBLogging : public NYBObject {
+class NYB_EXPORT NYBLogging : public NYBObject {
  public:
   static const NYBClass& staticClass();
   const NYBClass& classObject() const override { return staticClass(); }
@@ -37,6 +39,6 @@ class NYBLogging : public NYBObject {
 
 // Does nothing: it neither reads the switch nor writes anything. The format
 // and the arguments that follow it, as for the platform log, are ignored.
-void NYBLog(const char* format, ...);
+NYB_EXPORT void NYBLog(const char* format, ...);
 
 }  // namespace nyb

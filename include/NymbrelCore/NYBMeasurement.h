@@ -19,6 +19,8 @@
 // at a time.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <optional>
 
@@ -28,7 +30,7 @@
 
 namespace nyb {
 
-class NYBMeasurement : public NYBModel {
+class NYB_EXPORT NYBMeasurement : public NYBModel {
   NYB_DECLARE_MODEL(NYBMeasurement, NYBModelClass)
  public:
   // Both absent.

@@ -7,6 +7,8 @@
 // the shared session's user, so it is called on the main thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <optional>
 
 #include "NymbrelCore/NYBModel.h"
@@ -14,7 +16,7 @@
 
 namespace nyb {
 
-class NYBMedia : public NYBModel {
+class NYB_EXPORT NYBMedia : public NYBModel {
   NYB_DECLARE_MODEL(NYBMedia, NYBModelClass)
  public:
   NYBMedia() = default;

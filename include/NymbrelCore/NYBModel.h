@@ -14,6 +14,8 @@
 // immutable after construction and may be used from any thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -44,7 +46,7 @@ using NYBTransformerOperation =
     std::function<std::shared_ptr<NYBValueTransformer>(const NYBModelClass& receiver)>;
 using NYBTransformerOperations = std::vector<std::pair<std::string, NYBTransformerOperation>>;
 
-class NYBModelClass : public NYBClass {
+class NYB_EXPORT NYBModelClass : public NYBClass {
  public:
   struct Definition {
     std::string name;
@@ -117,7 +119,7 @@ class NYBModelClass : public NYBClass {
     return std::static_pointer_cast<Self>(staticClass().modelWithDictionary(values));     \
   }
 
-class NYBModel : public NYBObject {
+class NYB_EXPORT NYBModel : public NYBObject {
   NYB_DECLARE_MODEL(NYBModel, NYBModelClass)
  public:
   NYBModel() = default;

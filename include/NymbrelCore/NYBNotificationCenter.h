@@ -20,6 +20,8 @@
 // long as the process.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -33,7 +35,7 @@
 
 namespace nyb {
 
-class NYBNotification {
+class NYB_EXPORT NYBNotification {
  public:
   explicit NYBNotification(std::string name, NYBDynamicValue object = {},
                            NYBDictionary userInfo = {});
@@ -50,7 +52,7 @@ class NYBNotification {
 
 // Names one registration; removing it twice, or removing an empty token, does
 // nothing.
-class NYBNotificationToken {
+class NYB_EXPORT NYBNotificationToken {
  public:
   NYBNotificationToken() = default;
   bool isValid() const { return id_ != 0; }
@@ -67,7 +69,7 @@ class NYBNotificationToken {
 // may outlive its centre (the removal then does nothing). Reset or destroy it
 // on any thread; the block is not called after the destructor returns, except
 // for a call already running on another thread.
-class NYBScopedObserver {
+class NYB_EXPORT NYBScopedObserver {
  public:
   NYBScopedObserver() = default;
   ~NYBScopedObserver() { reset(); }
@@ -88,7 +90,7 @@ class NYBScopedObserver {
   NYBNotificationToken token_;
 };
 
-class NYBNotificationCenter {
+class NYB_EXPORT NYBNotificationCenter {
  public:
   using Block = std::function<void(const NYBNotification&)>;
 

@@ -7,6 +7,8 @@
 // (calls are serialised inside).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,7 +16,7 @@
 
 namespace nyb {
 
-class NYBNumberFormatter {
+class NYB_EXPORT NYBNumberFormatter {
  public:
   NYBNumberFormatter();
   ~NYBNumberFormatter();

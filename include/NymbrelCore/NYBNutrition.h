@@ -6,11 +6,13 @@
 // at a time (see NYBRecord).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBRecord.h"
 
 namespace nyb {
 
-class NYBNutrition : public NYBRecord {
+class NYB_EXPORT NYBNutrition : public NYBRecord {
   NYB_DECLARE_MODEL(NYBNutrition, NYBRecordClass)
  public:
   NYBNutrition() = default;

@@ -14,6 +14,8 @@
 // their last owner; an object may be used from one thread at a time.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -26,7 +28,7 @@ class NYBObject;
 class NYBKeyedArchiver;
 class NYBKeyedUnarchiver;
 
-class NYBClass {
+class NYB_EXPORT NYBClass {
  public:
   // Registers the class object under its name (a later class object of the
   // same name replaces it). superclass is null only for the root class.
@@ -59,7 +61,7 @@ class NYBClass {
   const NYBClass* superclass_;
 };
 
-class NYBObject : public std::enable_shared_from_this<NYBObject> {
+class NYB_EXPORT NYBObject : public std::enable_shared_from_this<NYBObject> {
  public:
   NYBObject() = default;
   virtual ~NYBObject();

@@ -29,6 +29,8 @@
 // from any thread, provided a subclass's catalogue source allows it.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -54,7 +56,7 @@ enum NYBPeripheralType : std::uint64_t {
 class NYBPeripheral;
 using NYBPeripheralList = std::vector<std::shared_ptr<NYBPeripheral>>;
 
-class NYBPeripheralClass : public NYBModelClass {
+class NYB_EXPORT NYBPeripheralClass : public NYBModelClass {
  public:
   using NYBModelClass::NYBModelClass;
 
@@ -83,7 +85,7 @@ class NYBPeripheralClass : public NYBModelClass {
   NYBPeripheralList peripheralsFromCatalogueEntries(const NYBArray& entries) const;
 };
 
-class NYBPeripheral : public NYBModel {
+class NYB_EXPORT NYBPeripheral : public NYBModel {
   NYB_DECLARE_MODEL(NYBPeripheral, NYBPeripheralClass)
  public:
   // Everything 0, false or absent.

@@ -16,6 +16,8 @@
 // replace the sink; an exception that escapes a sink is dropped.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <functional>
 #include <string_view>
 
@@ -25,10 +27,10 @@ using NYBPlatformLogSink = std::function<void(std::string_view line)>;
 
 // Writes one message. The text is passed on as it is; the default sink ends
 // the line unless the text already ends with a line feed.
-void NYBPlatformLog(std::string_view message);
+NYB_EXPORT void NYBPlatformLog(std::string_view message);
 
 // Installs the sink that receives every message; an empty function restores
 // the default sink.
-void NYBSetPlatformLogSink(NYBPlatformLogSink sink);
+NYB_EXPORT void NYBSetPlatformLogSink(NYBPlatformLogSink sink);
 
 }  // namespace nyb

@@ -10,6 +10,8 @@
 // read them.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -24,7 +26,7 @@ class NYBModel;
 
 enum class NYBPropertyKind { Object, Unsigned, Boolean };
 
-struct NYBPropertyInfo {
+struct NYB_EXPORT NYBPropertyInfo {
   using Getter = std::function<NYBDynamicValue(const NYBModel&)>;
   using Setter = std::function<void(NYBModel&, const NYBDynamicValue&)>;
 
@@ -37,7 +39,7 @@ struct NYBPropertyInfo {
   Setter fieldStore;
 };
 
-class NYBPropertyTable {
+class NYB_EXPORT NYBPropertyTable {
  public:
   NYBPropertyTable() = default;
 

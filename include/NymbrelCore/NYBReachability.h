@@ -16,6 +16,8 @@
 // class-level factories may be called from any thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <sys/socket.h>
 
 #include <cstdint>
@@ -36,7 +38,7 @@ enum NYBReachabilityStatus : std::int64_t {
 
 class NYBReachability;
 
-class NYBReachabilityClass : public NYBClass {
+class NYB_EXPORT NYBReachabilityClass : public NYBClass {
  public:
   using NYBClass::NYBClass;
 
@@ -52,7 +54,7 @@ class NYBReachabilityClass : public NYBClass {
   virtual std::shared_ptr<NYBReachability> reachabilityForLocalWiFi() const;
 };
 
-class NYBReachability : public NYBObject {
+class NYB_EXPORT NYBReachability : public NYBObject {
   NYB_DECLARE_CLASS(NYBReachabilityClass)
  public:
   static std::shared_ptr<NYBReachability> reachabilityWithHostName(std::string_view hostName) {
@@ -99,10 +101,11 @@ class NYBReachability : public NYBObject {
 
 // The target's callback: posts kReachabilityChangedNotification with the
 // monitor that `info` points to (not owned) as object.
-void ReachabilityCallback(NYBReachabilityTarget* target, NYBReachabilityFlags flags, void* info);
+NYB_EXPORT void ReachabilityCallback(NYBReachabilityTarget* target, NYBReachabilityFlags flags,
+                                     void* info);
 
 // Writes "Reachability Flag Status: WR tcCiDld comment\n" to the platform
 // log: each flag's letter when set, "-" when not.
-void PrintReachabilityFlags(NYBReachabilityFlags flags, std::string_view comment);
+NYB_EXPORT void PrintReachabilityFlags(NYBReachabilityFlags flags, std::string_view comment);
 
 }  // namespace nyb

@@ -29,6 +29,8 @@
 // again.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <sys/socket.h>
 
 #include <cstdint>
@@ -52,7 +54,7 @@ inline constexpr NYBReachabilityFlags kNYBReachabilityFlagsIsLocalAddress = 1U <
 inline constexpr NYBReachabilityFlags kNYBReachabilityFlagsIsDirect = 1U << 17;
 inline constexpr NYBReachabilityFlags kNYBReachabilityFlagsIsWWAN = 1U << 18;
 
-class NYBReachabilityTarget {
+class NYB_EXPORT NYBReachabilityTarget {
  public:
   using Callback = std::function<void(NYBReachabilityFlags flags)>;
 
@@ -70,7 +72,7 @@ class NYBReachabilityTarget {
   virtual void unscheduleFromRunLoop() = 0;
 };
 
-class NYBReachabilitySource {
+class NYB_EXPORT NYBReachabilitySource {
  public:
   virtual ~NYBReachabilitySource();
 

@@ -28,6 +28,8 @@
 // may be called from any thread.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -86,7 +88,7 @@ enum NYBTemperatureUnit : std::uint64_t {
   NYBTemperatureUnitFahrenheit = 1,
 };
 
-class NYBRecordClass : public NYBModelClass {
+class NYB_EXPORT NYBRecordClass : public NYBModelClass {
  public:
   using NYBModelClass::NYBModelClass;
 
@@ -126,7 +128,7 @@ class NYBRecordClass : public NYBModelClass {
       const std::shared_ptr<NYBPeripheral>& peripheral) const;
 };
 
-class NYBRecord : public NYBModel {
+class NYB_EXPORT NYBRecord : public NYBModel {
   NYB_DECLARE_MODEL(NYBRecord, NYBRecordClass)
  public:
   // The plain initialiser: source "nymbrelmobile", sourceName "NymbrelMobile"

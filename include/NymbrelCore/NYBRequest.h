@@ -17,6 +17,8 @@
 // when it is called: later changes to the request do not reach it.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -50,7 +52,7 @@ using NYBRequestCompletion = std::function<void(NYBDynamicValue JSONObject,
                                                 std::shared_ptr<NYBError> error)>;
 
 // The class object of NYBRequest, carrying its class-level operations.
-class NYBRequestClass : public NYBClass {
+class NYB_EXPORT NYBRequestClass : public NYBClass {
  public:
   using NYBClass::NYBClass;
 
@@ -66,7 +68,7 @@ class NYBRequestClass : public NYBClass {
   virtual std::shared_ptr<NYBError> HTTPErrorWithStatusCode(std::int64_t statusCode) const;
 };
 
-class NYBRequest : public NYBObject {
+class NYB_EXPORT NYBRequest : public NYBObject {
   NYB_DECLARE_CLASS(NYBRequestClass)
  public:
   // The multipart boundary: fifteen hyphens, then "9a87987G98797".

@@ -6,13 +6,15 @@
 // callers supply both functions. Immutable; see NYBValueTransformer.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <memory>
 
 #include "NymbrelCore/NYBValueTransformer.h"
 
 namespace nyb {
 
-class NYBReversibleValueTransformerClass : public NYBValueTransformerClass {
+class NYB_EXPORT NYBReversibleValueTransformerClass : public NYBValueTransformerClass {
  public:
   using NYBValueTransformerClass::NYBValueTransformerClass;
   bool allowsReverseTransformation() const override { return true; }
@@ -21,7 +23,7 @@ class NYBReversibleValueTransformerClass : public NYBValueTransformerClass {
   using NYBValueTransformerClass::transformerUsingForwardBlock;
 };
 
-class NYBReversibleValueTransformer : public NYBValueTransformer {
+class NYB_EXPORT NYBReversibleValueTransformer : public NYBValueTransformer {
   NYB_DECLARE_CLASS(NYBReversibleValueTransformerClass)
  public:
   NYBReversibleValueTransformer(NYBTransformerBlock forward, NYBTransformerBlock reverse)

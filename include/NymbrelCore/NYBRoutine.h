@@ -7,11 +7,13 @@
 // at a time (see NYBRecord).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBRecord.h"
 
 namespace nyb {
 
-class NYBRoutine : public NYBRecord {
+class NYB_EXPORT NYBRoutine : public NYBRecord {
   NYB_DECLARE_MODEL(NYBRoutine, NYBRecordClass)
  public:
   NYBRoutine() = default;

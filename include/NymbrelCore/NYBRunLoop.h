@@ -17,6 +17,8 @@
 // exception; blocks not yet run stay queued.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -31,7 +33,7 @@ class NYBRunLoop;
 // runs are folded into one call. Once invalidate() has returned on the loop's
 // thread the handler is never called again (invalidated from another thread,
 // a call already under way may still finish).
-class NYBRunLoopSource {
+class NYB_EXPORT NYBRunLoopSource {
  public:
   explicit NYBRunLoopSource(std::function<void()> handler);
   ~NYBRunLoopSource();
@@ -48,7 +50,7 @@ class NYBRunLoopSource {
   std::shared_ptr<State> state_;
 };
 
-class NYBRunLoop {
+class NYB_EXPORT NYBRunLoop {
  public:
   using Clock = std::chrono::steady_clock;
   using Task = std::function<void()>;

@@ -9,11 +9,13 @@
 // a time.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBModel.h"
 
 namespace nyb {
 
-class NYBServerResponse : public NYBModel {
+class NYB_EXPORT NYBServerResponse : public NYBModel {
   NYB_DECLARE_MODEL(NYBServerResponse, NYBModelClass)
  public:
   NYBServerResponse() = default;

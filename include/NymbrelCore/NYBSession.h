@@ -81,6 +81,8 @@
 // through the main queue.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBConstants.h"
 
 #include <atomic>
@@ -117,7 +119,7 @@ enum NYBSessionErrorCode : std::int64_t {
 class NYBSession;
 
 // Why the last archive write did not reach the disk.
-struct NYBArchiveWriteFailure {
+struct NYB_EXPORT NYBArchiveWriteFailure {
   // The file that could not be written (the archive, or the damaged archive
   // that had to be moved aside first).
   std::string path;
@@ -129,13 +131,13 @@ struct NYBArchiveWriteFailure {
 };
 
 // How an independent session is made.
-struct NYBSessionConfiguration {
+struct NYB_EXPORT NYBSessionConfiguration {
   // Where its internet-connection monitor reads its flags; null: the default
   // reachability source.
   std::shared_ptr<NYBReachabilitySource> reachabilitySource;
 };
 
-class NYBSessionClass : public NYBClass {
+class NYB_EXPORT NYBSessionClass : public NYBClass {
  public:
   using NYBClass::NYBClass;
   // The operation an add-on module may attach to every session.
@@ -166,7 +168,7 @@ class NYBSessionClass : public NYBClass {
   mutable EndHealthKitSessionOperation endHealthKitSession_;
 };
 
-class NYBSession : public NYBObject {
+class NYB_EXPORT NYBSession : public NYBObject {
   NYB_DECLARE_CLASS(NYBSessionClass)
   struct PrivateTag {};
 

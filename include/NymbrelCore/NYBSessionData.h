@@ -29,6 +29,8 @@
 // threads, which share only containers and records that never change.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -44,7 +46,7 @@
 
 namespace nyb {
 
-class NYBSessionData : public NYBModel {
+class NYB_EXPORT NYBSessionData : public NYBModel {
   NYB_DECLARE_MODEL(NYBSessionData, NYBModelClass)
  public:
   // No user; empty queue, photo map, query dates, anchors and peripheral data.

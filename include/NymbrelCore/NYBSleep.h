@@ -6,11 +6,13 @@
 // at a time (see NYBRecord).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBRecord.h"
 
 namespace nyb {
 
-class NYBSleep : public NYBRecord {
+class NYB_EXPORT NYBSleep : public NYBRecord {
   NYB_DECLARE_MODEL(NYBSleep, NYBRecordClass)
  public:
   NYBSleep() = default;

@@ -6,6 +6,8 @@
 // Nothing is percent-encoded or normalised. A plain immutable value.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -13,7 +15,7 @@
 
 namespace nyb {
 
-class NYBURL {
+class NYB_EXPORT NYBURL {
  public:
   [[nodiscard]] static std::optional<NYBURL> URLWithString(std::string_view text);
   // A file URL for an absolute path.

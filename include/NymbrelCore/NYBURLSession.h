@@ -32,6 +32,8 @@
 // shared session is never destroyed.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -69,7 +71,7 @@ enum NYBURLErrorCode : std::int64_t {
 using NYBHTTPHeaderFields = std::vector<std::pair<std::string, std::string>>;
 
 // A URL request. Header fields keep the order in which they were first set.
-struct NYBURLRequest {
+struct NYB_EXPORT NYBURLRequest {
   std::optional<NYBURL> URL;
   // The method; "GET" unless set.
   std::string HTTPMethod = "GET";
@@ -85,7 +87,7 @@ struct NYBURLRequest {
 };
 
 // The answer's status line and header fields.
-class NYBHTTPURLResponse {
+class NYB_EXPORT NYBHTTPURLResponse {
  public:
   NYBHTTPURLResponse(std::optional<NYBURL> url, std::int64_t statusCode,
                      NYBHTTPHeaderFields headerFields);
@@ -114,7 +116,7 @@ using NYBURLSessionCompletion =
     std::function<void(std::optional<NYBData> data, std::shared_ptr<const NYBHTTPURLResponse>,
                        std::shared_ptr<NYBError> error)>;
 
-struct NYBURLSessionConfiguration {
+struct NYB_EXPORT NYBURLSessionConfiguration {
   // Seconds without progress, for requests that do not set their own.
   double timeoutIntervalForRequest = 60.0;
   // Seconds one exchange may take in all, however steadily bytes move: a
@@ -129,7 +131,7 @@ struct NYBURLSessionConfiguration {
 class NYBURLSession;
 
 // One exchange, made by dataTaskWithRequest() and started by resume().
-class NYBURLSessionDataTask {
+class NYB_EXPORT NYBURLSessionDataTask {
  public:
   NYBURLSessionDataTask(std::shared_ptr<NYBURLSession> session, NYBURLRequest request,
                         NYBURLSessionCompletion completionHandler);
@@ -144,7 +146,7 @@ class NYBURLSessionDataTask {
   bool resumed_ = false;
 };
 
-class NYBURLSession : public std::enable_shared_from_this<NYBURLSession> {
+class NYB_EXPORT NYBURLSession : public std::enable_shared_from_this<NYBURLSession> {
  public:
   virtual ~NYBURLSession();
 

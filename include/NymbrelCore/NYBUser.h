@@ -8,11 +8,13 @@
 // std::shared_ptr; safe to read from any thread once made.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include "NymbrelCore/NYBModel.h"
 
 namespace nyb {
 
-class NYBUser : public NYBModel {
+class NYB_EXPORT NYBUser : public NYBModel {
   NYB_DECLARE_MODEL(NYBUser, NYBModelClass)
  public:
   // An empty user: every field absent. The request builders refuse it.

@@ -11,6 +11,8 @@
 // allow.
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <functional>
 #include <memory>
 
@@ -26,7 +28,7 @@ using NYBTransformerBlock = std::function<NYBDynamicValue(const NYBDynamicValue&
 class NYBValueTransformer;
 
 // The class object of the transformers, carrying their class-level queries.
-class NYBValueTransformerClass : public NYBClass {
+class NYB_EXPORT NYBValueTransformerClass : public NYBClass {
  public:
   using NYBClass::NYBClass;
   virtual bool allowsReverseTransformation() const { return false; }
@@ -45,7 +47,7 @@ class NYBValueTransformerClass : public NYBClass {
       NYBTransformerBlock forward, NYBTransformerBlock reverse) const;
 };
 
-class NYBValueTransformer : public NYBObject {
+class NYB_EXPORT NYBValueTransformer : public NYBObject {
   NYB_DECLARE_CLASS(NYBValueTransformerClass)
  public:
   NYBValueTransformer(NYBTransformerBlock forward, NYBTransformerBlock reverse);

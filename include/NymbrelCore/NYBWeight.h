@@ -10,6 +10,8 @@
 // at a time (see NYBRecord).
 #pragma once
 
+#include "NymbrelCore/NYBExport.h"
+
 #include <cstdint>
 #include <string_view>
 
@@ -17,7 +19,7 @@
 
 namespace nyb {
 
-class NYBWeight : public NYBRecord {
+class NYB_EXPORT NYBWeight : public NYBRecord {
   NYB_DECLARE_MODEL(NYBWeight, NYBRecordClass)
  public:
   NYBWeight() = default;
