@@ -76,11 +76,9 @@ const NYBClass& ArchiveOpaque::staticClass() {
   return cls;
 }
 
-void registerClasses() {
-  ArchivePoint::staticClass();
-  ArchiveSample::staticClass();
-  ArchiveOpaque::staticClass();
-}
+// Registered before any test decodes them by name.
+[[maybe_unused]] const bool kRegistered =
+    (ArchivePoint::staticClass(), ArchiveSample::staticClass(), ArchiveOpaque::staticClass(), true);
 
 NYBData archive(const NYBDynamicValue& value) {
   return NYBKeyedArchiver::archivedDataWithRootObject(value);
@@ -163,7 +161,6 @@ class ValueGenerator : public test::ValueGenerator {
 };
 
 TEST(Archive, EveryKindOfValueComesBackAsTheSameKindAtEveryLevel) {
-  registerClasses();
   ValueGenerator generator(20240611);
   for (int i = 0; i < 600; ++i) {
     SCOPED_TRACE(i);
@@ -180,7 +177,6 @@ TEST(Archive, EveryKindOfValueComesBackAsTheSameKindAtEveryLevel) {
 }
 
 TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
-  registerClasses();
   auto sample = std::make_shared<ArchiveSample>();
   sample->label = "kept";
   sample->value = std::make_shared<ArchiveOpaque>();
@@ -263,7 +259,6 @@ NYBData craftObject(std::string_view className,
 }
 
 TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
-  registerClasses();
   const auto point = NYBKeyedUnarchiver::unarchiveObjectWithData(
       craftObject("ArchivePoint", {{"label", "a"}, {"value", "b"}, {"label", "c"}}));
   EXPECT_EQ(point.objectAs<ArchivePoint>()->label, NYBDynamicValue("c"));
@@ -299,7 +294,6 @@ TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
 }
 
 TEST(Archive, DamagedAndHostileBytesFailWithoutCrashing) {
-  registerClasses();
   ValueGenerator generator(7);
   NYBArray values;
   for (int i = 0; i < 8; ++i) values.append(generator.value(3));
