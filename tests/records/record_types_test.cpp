@@ -338,15 +338,6 @@ TEST(RecordTypes, IntraDayComputesItsFieldsAndSendsOnlyItsOwnKeys) {
       "source":"nymbrelmobile","device":{"id":"","manufacturer":"","model":""},"unit":"count",
       "type":"steps","manufacturer":"","model":""})"));
 
-  // Data points keep the order they were added in; their dates are local.
-  first.addValue(10, NYBDate(1456819200), NYBDate(1456820100));
-  first.addValue(5, kMidnight, NYBDate(1456790400 + 900));
-  ASSERT_EQ(first.entries().array()->size(), 2u);
-  EXPECT_EQ((*first.entries().array())[1],
-            NYBDynamicValue(NYBDictionary{{"start", "2016-02-29T19:00:00-05:00"},
-                                          {"end", "2016-02-29T19:15:00-05:00"},
-                                          {"value", 5.0}}));
-
   // The range reads back what it was given; unparsable text leaves a date absent.
   NYBDictionary range{{"start", "2016-03-01T00:00:00+00:00"}, {"end", "2016-03-01T23:59:59+00:00"}};
   first.setRange(range);
