@@ -6,9 +6,6 @@
 #include <msgpack/pack.hpp>
 #include <msgpack/sbuffer.hpp>
 
-#include <bit>
-#include <cmath>
-#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -20,6 +17,7 @@
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "NymbrelCore/NYBModel.h"
 #include "NymbrelCore/NYBURL.h"
+#include "ValueGenerator.h"
 #include "model/ArchiveFormat.h"
 #include "support/LogCapture.h"
 
@@ -78,11 +76,9 @@ const NYBClass& ArchiveOpaque::staticClass() {
   return cls;
 }
 
-void registerClasses() {
-  ArchivePoint::staticClass();
-  ArchiveSample::staticClass();
-  ArchiveOpaque::staticClass();
-}
+// Registered before any test decodes them by name.
+[[maybe_unused]] const bool kRegistered =
+    (ArchivePoint::staticClass(), ArchiveSample::staticClass(), ArchiveOpaque::staticClass(), true);
 
 NYBData archive(const NYBDynamicValue& value) {
   return NYBKeyedArchiver::archivedDataWithRootObject(value);
@@ -142,32 +138,12 @@ void expectSameTree(const NYBDynamicValue& a, const NYBDynamicValue& b) {
   }
 }
 
-// Random values of every kind, edge values included, nested up to a depth.
-class ValueGenerator {
+// Models of both classes, holding values of every kind.
+class ValueGenerator : public test::ValueGenerator {
  public:
-  explicit ValueGenerator(std::uint64_t seed) : random_(seed) {}
+  explicit ValueGenerator(std::uint64_t seed) : test::ValueGenerator(seed, false) {}
 
-  NYBDynamicValue value(int depth) {
-    const int kinds = depth > 0 ? 15 : 12;
-    switch (pick(kinds)) {
-      case 12: {
-        NYBArray array;
-        for (int n = pick(5); n > 0; --n) array.append(value(depth - 1));
-        return array;
-      }
-      case 13: {
-        NYBDictionary dictionary;
-        for (int n = pick(5); n > 0; --n) dictionary.set(value(depth - 1), value(depth - 1));
-        return dictionary;
-      }
-      case 14:
-        return model(depth - 1);
-      default:
-        return scalar();
-    }
-  }
-
-  NYBDynamicValue model(int depth) {
+  NYBDynamicValue model(int depth) override {
     std::shared_ptr<ArchivePoint> point;
     if (pick(2) == 0) {
       point = std::make_shared<ArchivePoint>();
@@ -182,46 +158,9 @@ class ValueGenerator {
     point->count = random_();
     return point;
   }
-
-  NYBDynamicValue scalar() {
-    using I = std::numeric_limits<std::int64_t>;
-    using D = std::numeric_limits<double>;
-    // clang-format off
-    static const NYBDynamicValue kEdges[] = {
-        NYBDynamicValue::null(), "", "22 bytes stays inline", "twenty-three bytes long",
-        std::string("nul\0inside", 10), "h\xC3\xA9llo \xE2\x9C\x93",
-        0, -1, 127, 128, -32, -33, I::min(), I::max(),
-        0u, 255u, 256u, 65536u, 0x100000000ULL, ~0ULL,
-        0.0, -0.0, 1.0, D::quiet_NaN(), D::infinity(), -D::infinity(), D::denorm_min(), true, false,
-        NYBDecimal::fromString("98.6"), NYBDecimal::fromString("-1.5e+60"), NYBDecimal::notANumber(),
-        NYBDate(1456841109.25), NYBData(), *NYBURL::URLWithString("https://example.com/a?b=%20"),
-        *NYBURL::URLWithString("relative/path")};
-    // clang-format on
-    switch (pick(8)) {
-      case 0:
-        return static_cast<std::int64_t>(random_());
-      case 1:
-        return random_() >> pick(64);
-      case 2:
-        return std::bit_cast<double>(random_());
-      case 3:
-        return NYBDate(std::bit_cast<double>(random_()));
-      case 4:
-        return NYBData(std::string(pick(40), static_cast<char>(random_())));
-      case 5:
-        return std::string(pick(300), static_cast<char>('a' + pick(26)));
-      default:
-        return kEdges[pick(std::size(kEdges))];
-    }
-  }
-
- private:
-  int pick(std::size_t n) { return static_cast<int>(random_() % n); }
-  std::mt19937_64 random_;
 };
 
 TEST(Archive, EveryKindOfValueComesBackAsTheSameKindAtEveryLevel) {
-  registerClasses();
   ValueGenerator generator(20240611);
   for (int i = 0; i < 600; ++i) {
     SCOPED_TRACE(i);
@@ -237,32 +176,7 @@ TEST(Archive, EveryKindOfValueComesBackAsTheSameKindAtEveryLevel) {
   EXPECT_EQ(small.kind(), NYBDynamicValue::Kind::Unsigned);
 }
 
-TEST(Archive, ModelGraphsKeepTheirClassesAndModelKeysStillFindTheirValues) {
-  registerClasses();
-  auto first = std::make_shared<ArchivePoint>();
-  first->label = "first";
-  first->count = 3;
-  auto second = std::make_shared<ArchiveSample>();
-  second->label = "second";
-  second->points = NYBArray{first, NYBDictionary{{"nested", first}}};
-  const NYBDictionary photos{{first, "a.png"}, {second, "b.png"}};
-
-  const NYBDynamicValue decoded = NYBKeyedUnarchiver::unarchiveObjectWithData(archive(photos));
-  ASSERT_TRUE(decoded.isDictionary());
-  EXPECT_EQ((*decoded.dictionary())[first], NYBDynamicValue("a.png"));
-  EXPECT_EQ((*decoded.dictionary())[second], NYBDynamicValue("b.png"));
-  auto keys = decoded.dictionary()->begin();
-  auto decodedSecond = (++keys)->first.objectAs<ArchiveSample>();
-  ASSERT_TRUE(decodedSecond);
-  EXPECT_TRUE(decodedSecond->isMemberOfClass(ArchiveSample::staticClass()));
-  EXPECT_NE(decodedSecond.get(), second.get());
-  EXPECT_TRUE(decodedSecond->isEqual(*second));
-  EXPECT_TRUE(
-      (*decodedSecond->points.array())[0].object()->isMemberOfClass(ArchivePoint::staticClass()));
-}
-
 TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
-  registerClasses();
   auto sample = std::make_shared<ArchiveSample>();
   sample->label = "kept";
   sample->value = std::make_shared<ArchiveOpaque>();
@@ -345,7 +259,6 @@ NYBData craftObject(std::string_view className,
 }
 
 TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
-  registerClasses();
   const auto point = NYBKeyedUnarchiver::unarchiveObjectWithData(
       craftObject("ArchivePoint", {{"label", "a"}, {"value", "b"}, {"label", "c"}}));
   EXPECT_EQ(point.objectAs<ArchivePoint>()->label, NYBDynamicValue("c"));
@@ -381,7 +294,6 @@ TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
 }
 
 TEST(Archive, DamagedAndHostileBytesFailWithoutCrashing) {
-  registerClasses();
   ValueGenerator generator(7);
   NYBArray values;
   for (int i = 0; i < 8; ++i) values.append(generator.value(3));

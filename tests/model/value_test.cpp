@@ -16,33 +16,18 @@ namespace {
 
 using Kind = NYBDynamicValue::Kind;
 
-TEST(DynamicValue, AbsentNullAndEmptyAreThreeDifferentThings) {
-  NYBDynamicValue absent;
-  NYBDynamicValue null = NYBDynamicValue::null();
-  NYBDynamicValue empty("");
-  EXPECT_TRUE(absent.isAbsent());
-  EXPECT_TRUE(null.isNull() && null.isPresent());
-  EXPECT_EQ(empty.kind(), Kind::String);
-  EXPECT_NE(absent, null);
-  EXPECT_NE(null, empty);
-  EXPECT_EQ(null, NYBDynamicValue::null());
+TEST(DynamicValue, KindsStringsAndNumbersCompareAndHashByValue) {
+  EXPECT_NE(NYBDynamicValue(), NYBDynamicValue::null());
+  EXPECT_NE(NYBDynamicValue::null(), NYBDynamicValue(""));
   EXPECT_EQ(NYBDynamicValue(std::optional<std::string>()).kind(), Kind::Absent);
-  EXPECT_EQ(NYBDynamicValue(std::optional<std::string>("x")).kind(), Kind::String);
-}
-
-TEST(DynamicValue, StringsOfEveryLengthKeepTheirBytes) {
-  for (std::size_t n : {0, 1, 21, 22, 23, 24, 100, 5000}) {
+  for (std::size_t n : {1, 22, 23, 5000}) {  // both sides of the inline limit; a zero byte last
     std::string text(n, 'x');
-    if (n > 0) text[n - 1] = '\0';  // embedded zero bytes are text too
-    NYBDynamicValue value(text);
-    EXPECT_EQ(value.stringView(), text) << n;
-    NYBDynamicValue copy = value;
+    text[n - 1] = '\0';
+    NYBDynamicValue copy = NYBDynamicValue(text);
     EXPECT_EQ(copy.string(), text) << n;
-    EXPECT_EQ(copy.hash(), NYBDynamicValue(std::string(text)).hash()) << n;
+    EXPECT_EQ(copy.hash(), NYBDynamicValue(text).hash()) << n;
   }
-}
 
-TEST(DynamicValue, NumbersCompareAndHashByValueAcrossKinds) {
   const NYBDynamicValue one[] = {1, std::uint64_t{1}, 1.0, true};
   for (const auto& a : one) {
     for (const auto& b : one) {

@@ -1,7 +1,5 @@
-// The peripheral catalogue and the link between a record and its peripheral.
-// Two companion peripheral classes are registered under the names records look
-// up, each with a catalogue of entry dictionaries as a companion module would
-// ship it (JSON text).
+// The peripheral catalogue and the link between a record and its peripheral,
+// through two companion classes registered under the names records look up.
 
 #include <gtest/gtest.h>
 
@@ -88,16 +86,11 @@ NYBDynamicValue throughJSONText(const NYBDictionary& document) {
   return text ? NYBJSONSerialization::JSONObjectWithData(*text) : NYBDynamicValue();
 }
 
-class Peripherals : public ::testing::Test {
- protected:
-  // Companion modules register their classes before records look them up.
-  void SetUp() override {
-    BluetoothPeripheral::staticClass();
-    OCRPeripheral::staticClass();
-  }
-};
+// Companion modules register their classes before records look them up.
+[[maybe_unused]] const bool kRegistered =
+    (BluetoothPeripheral::staticClass(), OCRPeripheral::staticClass(), true);
 
-TEST_F(Peripherals, QueriesFilterTheCatalogueOfTheClassAsked) {
+TEST(Peripherals, QueriesFilterTheCatalogueOfTheClassAsked) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
   EXPECT_EQ(ids(bluetooth.peripherals()), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(ids(bluetooth.supportedPeripherals()), (std::vector<std::uint64_t>{1, 3, 4, 5, 6}));
@@ -120,7 +113,7 @@ TEST_F(Peripherals, QueriesFilterTheCatalogueOfTheClassAsked) {
   EXPECT_EQ(bluetooth.peripheralForID(4)->type(), NYBPeripheralTypePulseOximeter);
 }
 
-TEST_F(Peripherals, TypeNamesAreReadAndWrittenByTheClassAsked) {
+TEST(Peripherals, TypeNamesAreReadAndWrittenByTheClassAsked) {
   const NYBPeripheralClass& ocr = OCRPeripheral::staticClass();
   EXPECT_EQ(ocr.peripheralForID(3)->type(), NYBPeripheralTypeGlucose);
   EXPECT_EQ(ocr.peripheralForID(4)->type(), NYBPeripheralTypeNone);  // the base class's name
@@ -141,7 +134,7 @@ TEST_F(Peripherals, TypeNamesAreReadAndWrittenByTheClassAsked) {
   EXPECT_EQ(base->JSONObject()["Type"], NYBDynamicValue("Heart Rate Monitor"));
 }
 
-TEST_F(Peripherals, RecordsAreMadeForTheirKindAndLinkedToTheirEntry) {
+TEST(Peripherals, RecordsAreMadeForTheirKindAndLinkedToTheirEntry) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
   struct {
     const NYBPeripheralClass& cls;
@@ -184,7 +177,7 @@ TEST_F(Peripherals, RecordsAreMadeForTheirKindAndLinkedToTheirEntry) {
   EXPECT_FALSE(weight.peripheral());
 }
 
-TEST_F(Peripherals, ARecordFindsItsPeripheralAfterTheArchiveAndJSON) {
+TEST(Peripherals, ARecordFindsItsPeripheralAfterTheArchiveAndJSON) {
   for (const NYBPeripheralClass* cls :
        {&BluetoothPeripheral::staticClass(), &OCRPeripheral::staticClass()}) {
     SCOPED_TRACE(cls->name());

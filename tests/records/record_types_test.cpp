@@ -1,7 +1,5 @@
-// The eight record types: their JSON documents (written here by hand from the
-// field tables), the factory by type, the unit-bearing fields, and what is
-// particular to biometrics, diabetes and intraday records.
-
+// The eight record types: their JSON documents (written by hand from the field
+// tables), the factory, the unit fields, and what is particular to some types.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -184,49 +182,42 @@ TEST(RecordTypes, EachTypeWritesItsDocumentAndReadsItBack) {
 }
 
 TEST(RecordTypes, UnitFieldsStoreTheStandardUnitAndKeepWhatWasEntered) {
-  auto raw = [](const NYBRecord& r, const char* field) { return r.rawData()[field]; };
-  auto entered = [](const char* value, const char* unit) {
-    return NYBDynamicValue(NYBDictionary{{"value", value}, {"unit", unit}});
+  auto expectEntered = [](const NYBRecord& r, const char* field, const char* value,
+                          const char* unit) {
+    EXPECT_EQ(r.rawData()[field], NYBDynamicValue(NYBDictionary{{"value", value}, {"unit", unit}}));
   };
-
+  // A later value in the standard unit replaces the field but not what was entered.
   NYBWeight weight;
   weight.setWeight(150, NYBWeightUnitPounds);
-  EXPECT_EQ(weight.weight(), NYBDynamicValue(150 * 0.45359237));
-  EXPECT_EQ(raw(weight, "weight"), entered("150", "lb"));
-  EXPECT_EQ(weight.weightWithUnit(NYBWeightUnitPounds), decimal("150"));
   EXPECT_EQ(weight.weightWithUnit(NYBWeightUnitKilograms), NYBDynamicValue(150 * 0.45359237));
-  // Kilograms replace the field but not the value entered in pounds.
   weight.setWeight(70, NYBWeightUnitKilograms);
   EXPECT_EQ(weight.weight(), NYBDynamicValue(70.0));
+  expectEntered(weight, "weight", "150", "lb");
   EXPECT_EQ(weight.weightWithUnit(NYBWeightUnitPounds), decimal("150"));
   weight.setMeasurementValue(10, NYBWeightUnitStones, "weight");
   EXPECT_EQ(weight.weight(), NYBDynamicValue(10 * 6.35029318));
-  EXPECT_EQ(raw(weight, "weight"), entered("10", "st"));
+  expectEntered(weight, "weight", "10", "st");
   weight.setMeasurementValue(31, NYBWeightUnitPounds, "bmi");
   EXPECT_TRUE(weight.bmi().isAbsent());
 
   NYBBiometrics bio;
-  EXPECT_EQ(bio.temperatureWithUnit(NYBTemperatureUnitCelsius), NYBDynamicValue(0.0));
   EXPECT_EQ(bio.temperatureWithUnit(NYBTemperatureUnitFahrenheit), NYBDynamicValue(32.0));
   bio.setTemperature(98.6, NYBTemperatureUnitFahrenheit);
-  const double celsius = (98.6 + (-32.0)) * 0.5555555555555556;
-  EXPECT_EQ(bio.temperature(), NYBDynamicValue(celsius));
-  EXPECT_EQ(raw(bio, "temperature"), entered("98.6", "F"));
-  EXPECT_EQ(bio.temperatureWithUnit(NYBTemperatureUnitFahrenheit), decimal("98.6"));
-  EXPECT_EQ(bio.temperatureWithUnit(NYBTemperatureUnitCelsius), NYBDynamicValue(celsius));
+  EXPECT_EQ(bio.temperature(), NYBDynamicValue((98.6 + (-32.0)) * 0.5555555555555556));
   bio.setMeasurementValue(36.5, NYBTemperatureUnitCelsius, "temperature");
-  EXPECT_EQ(bio.temperature(), NYBDynamicValue(36.5));
+  EXPECT_EQ(bio.temperatureWithUnit(NYBTemperatureUnitCelsius), NYBDynamicValue(36.5));
+  expectEntered(bio, "temperature", "98.6", "F");
   EXPECT_EQ(bio.temperatureWithUnit(NYBTemperatureUnitFahrenheit), decimal("98.6"));
   bio.setMeasurementValue(120, NYBTemperatureUnitFahrenheit, "systolic");
   EXPECT_TRUE(bio.systolic().isAbsent());
 
+  // Kept under the JSON key, but set through the property name only.
   NYBDiabetes diabetes;
   diabetes.setBloodGlucose(5.5, NYBGlucoseUnitMmolL);
   EXPECT_EQ(diabetes.bloodGlucose(), NYBDynamicValue(5.5 * 18.0));
-  // Kept under the JSON key.
-  EXPECT_EQ(raw(diabetes, "blood_glucose"), entered("5.5", "mmol/L"));
+  expectEntered(diabetes, "blood_glucose", "5.5", "mmol/L");
   EXPECT_EQ(diabetes.bloodGlucoseWithUnit(NYBGlucoseUnitMmolL), decimal("5.5"));
-  diabetes.setMeasurementValue(7, NYBGlucoseUnitMmolL, "blood_glucose");  // not a property
+  diabetes.setMeasurementValue(7, NYBGlucoseUnitMmolL, "blood_glucose");
   EXPECT_EQ(diabetes.bloodGlucose(), NYBDynamicValue(5.5 * 18.0));
   diabetes.setMeasurementValue(90, NYBGlucoseUnitMgdL, "bloodGlucose");
   EXPECT_EQ(diabetes.bloodGlucose(), NYBDynamicValue(90.0));
@@ -346,15 +337,6 @@ TEST(RecordTypes, IntraDayComputesItsFieldsAndSendsOnlyItsOwnKeys) {
   EXPECT_EQ(NYBDynamicValue(json), parse(R"({"data_points":[],"source_name":"NymbrelMobile",
       "source":"nymbrelmobile","device":{"id":"","manufacturer":"","model":""},"unit":"count",
       "type":"steps","manufacturer":"","model":""})"));
-
-  // Data points keep the order they were added in; their dates are local.
-  first.addValue(10, NYBDate(1456819200), NYBDate(1456820100));
-  first.addValue(5, kMidnight, NYBDate(1456790400 + 900));
-  ASSERT_EQ(first.entries().array()->size(), 2u);
-  EXPECT_EQ((*first.entries().array())[1],
-            NYBDynamicValue(NYBDictionary{{"start", "2016-02-29T19:00:00-05:00"},
-                                          {"end", "2016-02-29T19:15:00-05:00"},
-                                          {"value", 5.0}}));
 
   // The range reads back what it was given; unparsable text leaves a date absent.
   NYBDictionary range{{"start", "2016-03-01T00:00:00+00:00"}, {"end", "2016-03-01T23:59:59+00:00"}};

@@ -1,5 +1,4 @@
 // The library's identity (version text and description) and the silent log function.
-
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -14,39 +13,25 @@
 namespace nyb {
 namespace {
 
-// Replaces the library's bundle information for one test.
-class BundleOverride {
- public:
-  explicit BundleOverride(std::optional<NYBDictionary> info)
-      : previous_(platform::bundleInfoDictionary(platform::libraryBundleIdentifier())) {
-    platform::setBundleInfoDictionary(platform::libraryBundleIdentifier(), std::move(info));
-  }
-  ~BundleOverride() {
-    platform::setBundleInfoDictionary(platform::libraryBundleIdentifier(), previous_);
-  }
-  BundleOverride(const BundleOverride&) = delete;
-  BundleOverride& operator=(const BundleOverride&) = delete;
-
- private:
-  std::optional<NYBDictionary> previous_;
-};
-
 TEST(LibraryIdentity, VersionComesFromTheBundleInformation) {
   EXPECT_EQ(NYBSession::libraryVersion(), std::string(bundle::kShortVersionString));
   EXPECT_EQ(NYBSession::libraryDescription(),
             std::string("NymbrelMobile - Version ") + bundle::kShortVersionString);
-  {
-    BundleOverride release(NYBDictionary{{"CFBundleShortVersionString", "2.3.1"}});
-    EXPECT_EQ(NYBSession::libraryVersion(), "2.3.1");
-    EXPECT_EQ(NYBSession::libraryDescription(), "NymbrelMobile - Version 2.3.1");
+  const std::string id(platform::libraryBundleIdentifier());
+  const std::optional<NYBDictionary> previous = platform::bundleInfoDictionary(id);
+  const struct {
+    std::optional<NYBDictionary> info;
+    std::optional<std::string> version;
+  } cases[] = {{NYBDictionary{{"CFBundleShortVersionString", "2.3.1"}}, "2.3.1"},
+               {NYBDictionary{{"CFBundleVersion", "7"}}, std::nullopt},
+               {std::nullopt, std::nullopt}};
+  for (const auto& c : cases) {
+    platform::setBundleInfoDictionary(id, c.info);
+    EXPECT_EQ(NYBSession::libraryVersion(), c.version);
+    EXPECT_EQ(NYBSession::libraryDescription(),
+              "NymbrelMobile - Version " + c.version.value_or("(null)"));
   }
-  {
-    BundleOverride withoutKey(NYBDictionary{{"CFBundleVersion", "7"}});
-    EXPECT_EQ(NYBSession::libraryVersion(), std::nullopt);
-    EXPECT_EQ(NYBSession::libraryDescription(), "NymbrelMobile - Version (null)");
-  }
-  BundleOverride missing(std::nullopt);
-  EXPECT_EQ(NYBSession::libraryVersion(), std::nullopt);
+  platform::setBundleInfoDictionary(id, previous);
 }
 
 TEST(Logging, TheLogFunctionStaysSilentWhateverTheSwitch) {
