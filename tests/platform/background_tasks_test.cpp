@@ -1,5 +1,4 @@
-// Background tasks: the application object forwards to its delegate, and the
-// counting delegate tells a test whether every task was ended exactly once.
+// Background tasks reach the host delegate; the counting one finds unbalanced ends.
 #include <gtest/gtest.h>
 
 #include <memory>

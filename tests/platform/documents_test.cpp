@@ -1,6 +1,4 @@
-// The documents directory and the durable file helpers: where the library
-// keeps its files, with which modes, and that a replaced file is never seen
-// half written.
+// Where the library keeps its files, with which modes, and atomic replacement.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

@@ -1,5 +1,4 @@
-// The notification centre: who receives a notification, in which order and
-// on which thread, and how removal and registration during a delivery behave.
+// Who receives a notification, in which order, and changes during a delivery.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,4 @@
-// The kernel reachability source reads the real routing table of this host (a route coming
-// and going is tested in a network namespace with the monitor).
+// The kernel reachability source against this host's real routing table.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>

@@ -1,5 +1,4 @@
-// Run loops, run-loop sources and dispatch queues: where blocks run, in which
-// order, and that every wait is bounded.
+// Run loops, sources and dispatch queues: where blocks run, in which order.
 #include <gtest/gtest.h>
 
 #include <atomic>

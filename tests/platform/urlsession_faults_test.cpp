@@ -1,8 +1,5 @@
-// The libcurl URL session against a real server on 127.0.0.1: what goes out,
-// what comes back, connection reuse, and servers that misbehave (a kept-alive
-// connection that dies, redirects, answers that never end or never stop
-// growing). Each failure ends in one completion with a transport error, and no
-// request reaches the server twice or leaves its origin.
+// The libcurl URL session against a real server on 127.0.0.1, well behaved or not: every
+// failure ends in one completion, and no request is sent twice or leaves its origin.
 #include <gtest/gtest.h>
 
 #include <future>

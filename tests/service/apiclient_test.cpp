@@ -1,7 +1,4 @@
-// The REST client against a real server on 127.0.0.1 (the base URL comes from
-// NYMBREL_BASE_URL): each operation's method, path and body on the wire, the
-// checks that refuse a record before anything is sent, how answers become
-// models and errors, and where and how often completions run.
+// The REST client against a real server on 127.0.0.1 (the base URL from NYMBREL_BASE_URL).
 #include <gtest/gtest.h>
 
 #include <cstdlib>

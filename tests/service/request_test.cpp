@@ -1,6 +1,4 @@
-// One HTTP exchange with the service, through libcurl to a real server on
-// 127.0.0.1: the bytes that go out (query, headers in order, JSON and
-// multipart bodies) and how each kind of answer comes back and is logged.
+// One HTTP exchange with the service: the bytes that go out and how answers come back.
 #include <gtest/gtest.h>
 
 #include <future>
