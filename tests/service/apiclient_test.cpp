@@ -1,5 +1,6 @@
 // The REST client against a real server on 127.0.0.1 (the base URL from NYMBREL_BASE_URL).
 #include <gtest/gtest.h>
+
 #include "NymbrelCore/NYBAPIClient.h"
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBBiometrics.h"
