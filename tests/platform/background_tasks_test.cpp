@@ -1,5 +1,4 @@
-// Background tasks: the application object forwards to its delegate, and the
-// counting delegate tells a test whether every task was ended exactly once.
+// Background tasks reach the host delegate; the counting one finds unbalanced ends.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -10,33 +9,21 @@
 namespace nyb {
 namespace {
 
-class BackgroundTasks : public ::testing::Test {
- protected:
-  void SetUp() override { application.setBackgroundTaskDelegate(tasks); }
-  void TearDown() override { application.setBackgroundTaskDelegate(nullptr); }
-
+TEST(BackgroundTasks, TheCountingDelegateCountsAndAHostDelegateReceivesEveryCall) {
   NYBApplication& application = NYBApplication::sharedApplication();
-  std::shared_ptr<NYBCountingBackgroundTaskDelegate> tasks =
-      std::make_shared<NYBCountingBackgroundTaskDelegate>();
-};
-
-TEST_F(BackgroundTasks, CountsOpenTasksAndEndsThatAreNotBalanced) {
+  auto tasks = std::make_shared<NYBCountingBackgroundTaskDelegate>();
+  application.setBackgroundTaskDelegate(tasks);
   const auto first = application.beginBackgroundTaskWithExpirationHandler(nullptr);
   const auto second = application.beginBackgroundTaskWithExpirationHandler([] {});
   EXPECT_NE(first, NYBBackgroundTaskInvalid);
-  EXPECT_NE(second, NYBBackgroundTaskInvalid);
   EXPECT_NE(first, second);
-  EXPECT_EQ(tasks->openTaskCount(), 2U);
-
   application.endBackgroundTask(first);
   application.endBackgroundTask(first);                     // a second end of the same task
   application.endBackgroundTask(NYBBackgroundTaskInvalid);  // the "already ended" marker
   EXPECT_EQ(tasks->openTaskCount(), 1U);
   EXPECT_EQ(tasks->beganTaskCount(), 2U);
   EXPECT_EQ(tasks->strayEndCount(), 1U);
-}
 
-TEST_F(BackgroundTasks, AHostDelegateReceivesEveryBeginAndEnd) {
   struct HostDelegate : NYBBackgroundTaskDelegate {
     NYBBackgroundTaskIdentifier beginBackgroundTask(ExpirationHandler) override { return 42; }
     void endBackgroundTask(NYBBackgroundTaskIdentifier id) override { ended.push_back(id); }
@@ -44,7 +31,6 @@ TEST_F(BackgroundTasks, AHostDelegateReceivesEveryBeginAndEnd) {
   };
   auto host = std::make_shared<HostDelegate>();
   application.setBackgroundTaskDelegate(host);
-  EXPECT_EQ(application.backgroundTaskDelegate(), host);
   EXPECT_EQ(application.beginBackgroundTaskWithExpirationHandler(nullptr), 42U);
   application.endBackgroundTask(42);
   application.endBackgroundTask(NYBBackgroundTaskInvalid);  // never reaches a delegate

@@ -1,10 +1,9 @@
-// The libcurl URL session against servers that misbehave after the request
-// went out: a kept-alive connection that dies, redirects, answers that never
-// end or never stop growing. Each ends in one completion with a transport
-// error, and no request reaches the server twice or leaves its origin.
+// The libcurl URL session against a real server on 127.0.0.1, well behaved or not: every
+// failure ends in one completion, and no request is sent twice or leaves its origin.
 #include <gtest/gtest.h>
 
 #include <future>
+#include <thread>
 
 #include "NymbrelCore/NYBURLSession.h"
 #include "support/LoopbackServer.h"
@@ -20,30 +19,46 @@ struct Result {
   std::optional<NYBData> data;
   std::shared_ptr<const NYBHTTPURLResponse> response;
   std::shared_ptr<NYBError> error;
+  std::thread::id thread;
 };
 
-// Runs one exchange and waits, boundedly, for its completion.
-Result run(NYBURLSession& session, const std::string& url, std::string method = "GET",
-           std::optional<std::string> body = std::nullopt) {
+NYBURLRequest requestFor(const std::string& url, std::string method = "GET",
+                         std::optional<std::string> body = std::nullopt) {
   NYBURLRequest request;
   request.URL = NYBURL::URLWithString(url);
   request.HTTPMethod = std::move(method);
   if (body) request.HTTPBody = NYBData(*body);
+  return request;
+}
+
+// A second completion of one task would satisfy the promise twice, which ends
+// the test program: every test here also proves "exactly one completion".
+std::future<Result> start(NYBURLSession& session, NYBURLRequest request) {
   auto done = std::make_shared<std::promise<Result>>();
   session
       .dataTaskWithRequest(
           std::move(request),
           [done](std::optional<NYBData> d, std::shared_ptr<const NYBHTTPURLResponse> r,
                  std::shared_ptr<NYBError> e) {
-            done->set_value({std::move(d), std::move(r), std::move(e)});
+            done->set_value({std::move(d), std::move(r), std::move(e), std::this_thread::get_id()});
           })
       ->resume();
-  auto future = done->get_future();
+  return done->get_future();
+}
+
+// Runs one exchange and waits, boundedly, for its completion.
+Result run(NYBURLSession& session, NYBURLRequest request) {
+  auto future = start(session, std::move(request));
   if (future.wait_for(10s) != std::future_status::ready) {
-    ADD_FAILURE() << "no completion for " << url;
+    ADD_FAILURE() << "no completion";
     return {};
   }
   return future.get();
+}
+
+Result run(NYBURLSession& session, const std::string& url, std::string method = "GET",
+           std::optional<std::string> body = std::nullopt) {
+  return run(session, requestFor(url, std::move(method), std::move(body)));
 }
 
 std::int64_t codeOf(const Result& result) { return result.error ? result.error->code() : 0; }
@@ -141,6 +156,115 @@ TEST(URLSessionFaults, AnswersAreBoundedInSizeAndTime) {
     EXPECT_EQ(codeOf(result), code);
     EXPECT_EQ(result.data.has_value(), code == 0);
   }
+}
+
+TEST(URLSession, SendsRequestsAsBuiltOverOneKeptConnection) {
+  LoopbackServer server;
+  ScriptedResponse created = ScriptedResponse::json(201, R"({"ok":true})");
+  created.headers.emplace_back("X-Trace", "abc");
+  server.enqueue(created);
+  server.enqueue(ScriptedResponse::noContent());
+  server.enqueue(ScriptedResponse::json(200, ""));
+  auto session = NYBURLSession::sessionWithConfiguration({});
+
+  const std::string body("binary\0body\r\n", 13);
+  NYBURLRequest put = requestFor(server.baseURL() + "/v1/items?x=1", "PUT", body);
+  put.setValueForHTTPHeaderField("application/json", "Accept");
+  put.setValueForHTTPHeaderField("one", "X-First");
+  put.setValueForHTTPHeaderField("text/plain", "Content-Type");
+  put.setValueForHTTPHeaderField("ONE", "x-first");  // replaces, keeps its place
+  const Result putResult = run(*session, put);
+  const Result results[] = {run(*session, server.baseURL() + "/a", "DELETE"),
+                            run(*session, server.baseURL() + "/b", "POST")};
+
+  const auto sent = server.requests();
+  ASSERT_EQ(sent.size(), 3u);
+  EXPECT_EQ(sent[0].method, "PUT");
+  EXPECT_EQ(sent[0].target, "/v1/items?x=1");
+  EXPECT_EQ(sent[0].body, body);
+  EXPECT_EQ(*sent[0].header("Content-Length"), "13");
+  EXPECT_EQ(*sent[0].header("X-First"), "ONE");
+  EXPECT_FALSE(sent[0].header("Expect"));
+  std::vector<std::string> ours;  // in their order, whatever libcurl adds around them
+  for (const auto& name : sent[0].headerNames()) {
+    if (name == "Accept" || name == "X-First" || name == "Content-Type") ours.push_back(name);
+  }
+  EXPECT_EQ(ours, (std::vector<std::string>{"Accept", "X-First", "Content-Type"}));
+  EXPECT_EQ(sent[1].method, "DELETE");
+  EXPECT_FALSE(sent[1].header("Content-Length"));
+  EXPECT_EQ(sent[2].method, "POST");
+  EXPECT_EQ(*sent[2].header("Content-Length"), "0");
+  EXPECT_FALSE(sent[2].header("Content-Type"));  // no form type slipped in
+  EXPECT_EQ(server.connectionCount(), 1u);
+
+  EXPECT_FALSE(putResult.error);
+  EXPECT_EQ(putResult.data->view(), R"({"ok":true})");
+  EXPECT_EQ(putResult.response->statusCode(), 201);
+  EXPECT_EQ(*putResult.response->valueForHTTPHeaderField("x-trace"), "abc");
+  // A 204 and an empty 200 are empty data, not failures.
+  EXPECT_EQ(results[0].response->statusCode(), 204);
+  for (const Result& empty : results) {
+    EXPECT_FALSE(empty.error);
+    ASSERT_TRUE(empty.data);
+    EXPECT_TRUE(empty.data->empty());
+    // Completions run on the session's one callback thread, not the caller's.
+    EXPECT_EQ(empty.thread, putResult.thread);
+  }
+  EXPECT_NE(putResult.thread, std::this_thread::get_id());
+}
+
+TEST(URLSession, TransportFailuresEndInOneCompletionWithAClearError) {
+  LoopbackServer server;
+  NYBURLSessionConfiguration quick;
+  quick.timeoutIntervalForRequest = 1.0;  // the test seam: one second instead of sixty
+  auto session = NYBURLSession::sessionWithConfiguration(quick);
+  const std::string secret = server.baseURL() + "/private?authentication_token=SECRET";
+  int closedPort = 0;
+  {
+    LoopbackServer gone;
+    closedPort = gone.port();
+  }
+  struct Case {
+    std::optional<ScriptedResponse> script;
+    NYBURLRequest request;
+    NYBURLErrorCode code;
+    bool withResponse;
+  };
+  const Case cases[] = {
+      {std::nullopt, NYBURLRequest(), NYBURLErrorUnsupportedURL, false},
+      {std::nullopt, requestFor("ftp://127.0.0.1/file"), NYBURLErrorUnsupportedURL, false},
+      {std::nullopt,
+       requestFor("http://127.0.0.1:" + std::to_string(closedPort) +
+                  "/?authentication_token=SECRET"),
+       NYBURLErrorCannotConnectToHost, false},
+      {ScriptedResponse::reset(), requestFor(secret), NYBURLErrorNetworkConnectionLost, false},
+      {ScriptedResponse::closeMidAnswer(200, R"({"par)", 100), requestFor(secret),
+       NYBURLErrorNetworkConnectionLost, true},
+      {ScriptedResponse::garbage("NOT HTTP AT ALL\r\n\r\n"), requestFor(secret),
+       NYBURLErrorBadServerResponse, false},
+      {ScriptedResponse::neverAnswer(), requestFor(secret), NYBURLErrorTimedOut, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.code);
+    if (c.script) server.enqueue(*c.script);
+    const Result result = run(*session, c.request);
+    ASSERT_TRUE(result.error);
+    EXPECT_EQ(result.error->domain(), kNYBURLErrorDomain);
+    EXPECT_EQ(result.error->code(), c.code) << result.error->description();
+    EXPECT_FALSE(result.data);
+    EXPECT_EQ(result.response != nullptr, c.withResponse);
+    EXPECT_FALSE(result.error->localizedDescription().empty());
+    EXPECT_EQ(result.error->localizedDescription().find("SECRET"), std::string::npos);
+  }
+
+  // Destroying a session cancels what is in flight and joins its worker.
+  server.enqueue(ScriptedResponse::neverAnswer());
+  const std::size_t before = server.requests().size();
+  auto hanging = start(*session, requestFor(server.baseURL() + "/hang"));
+  ASSERT_TRUE(server.waitForRequests(before + 1, 10s));
+  session.reset();
+  ASSERT_EQ(hanging.wait_for(0s), std::future_status::ready);
+  EXPECT_EQ(codeOf(hanging.get()), NYBURLErrorCancelled);
 }
 
 }  // namespace
