@@ -1,7 +1,7 @@
 // The nymbrel binary as a child process against the real nymbrel-devserver:
 // every command's happy path, what stays queued when the service cannot be
-// reached, rejections, bad input with its message and exit status, and the
-// demo end to end. What the server stored is read back over HTTP.
+// reached, bad input with its message and exit status, and the demo end to
+// end. What the server stored is read back over HTTP.
 #include <gtest/gtest.h>
 
 #include <fstream>
