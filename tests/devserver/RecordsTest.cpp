@@ -208,7 +208,9 @@ TEST_F(RecordsTest, OnlyAWholePngForAKnownRecordOfTheUserBecomesItsMedia) {
   std::string url = media["media"]["url"].GetString();
   EXPECT_EQ(std::string(media["media"]["id"].GetString()).size(), 24u);
   ASSERT_EQ(url.rfind(server.baseURL() + "/", 0), 0u) << url;
-  EXPECT_EQ(http->Get(mediaPath(url))->body, png);
+  auto image = http->Get(mediaPath(url));
+  EXPECT_EQ(image->get_header_value("Content-Type"), "image/png");
+  EXPECT_EQ(image->body, png);
   auto anonymous = server.client("");
   EXPECT_EQ(anonymous->Get(url.substr(url.find("/v1/")))->status, 401);
   EXPECT_EQ(anonymous->Get(mediaPath(url, kOtherToken))->status, 401);
