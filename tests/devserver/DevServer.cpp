@@ -53,15 +53,13 @@ std::unique_ptr<httplib::Client> DevServer::client(const std::string& token) con
   return client;
 }
 
-ScratchDir::ScratchDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "devserver-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  path_ = pattern;
+bool DevServer::addFault(const std::string& json) const {
+  auto res = client("")->Post("/control/faults", json, "application/json");
+  return res && res->status == 201;
 }
 
-ScratchDir::~ScratchDir() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+std::string mediaPath(const std::string& url, const std::string& token) {
+  return url.substr(url.find("/v1/")) + "?authentication_token=" + token;
 }
 
 std::string collectionPath(const std::string& root, const std::string& user) {

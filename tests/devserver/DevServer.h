@@ -10,12 +10,12 @@
 #include <rapidjson/document.h>
 
 #include <csignal>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/TempDir.h"
 
 namespace nyb::test {
 
@@ -40,22 +40,13 @@ class DevServer {
 
   // A keep-alive client sending the token header (when `token` is not empty).
   std::unique_ptr<httplib::Client> client(const std::string& token = kToken) const;
+  // POSTs a rule to the fault endpoint; false unless it was taken.
+  bool addFault(const std::string& json) const;
 
  private:
   std::unique_ptr<ChildProcess> process_;
   int port_ = 0;
   std::string baseURL_;
-};
-
-// A real temporary directory, removed with its contents.
-class ScratchDir {
- public:
-  ScratchDir();
-  ~ScratchDir();
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
 };
 
 // "/v1/organizations/acme/users/u1/weight.json", and ".../weight/{id}.json".
@@ -68,6 +59,8 @@ std::string wrapped(const std::string& root, const std::string& recordJson,
                     const std::string& token = kToken);
 // A weight record with a timestamp, the given activity ID and weight.
 std::string weightRecord(const std::string& activityID, double weight = 68.0388555);
+// The path of a media URL, with the token as a query parameter.
+std::string mediaPath(const std::string& url, const std::string& token = kToken);
 
 rapidjson::Document parse(const std::string& text);
 

@@ -11,10 +11,6 @@ namespace {
 
 class FaultsTest : public ::testing::Test {
  protected:
-  void addFault(const std::string& json) {
-    auto res = control->Post("/control/faults", json, "application/json");
-    ASSERT_EQ(res->status, 201) << res->body;
-  }
   httplib::Result postRecord(const std::string& activityID) {
     return http->Post(collectionPath("weight"), wrapped("weight", weightRecord(activityID)),
                       "application/json");
@@ -27,8 +23,8 @@ class FaultsTest : public ::testing::Test {
 };
 
 TEST_F(FaultsTest, StatusFaultAnswersTheNextRequestsOfItsMethodThenServes) {
-  addFault(
-      R"({"status":503,"count":2,"method":"POST","body":{"errors":[{"code":503,"message":"down"}]}})");
+  ASSERT_TRUE(server.addFault(
+      R"({"status":503,"count":2,"method":"POST","body":{"errors":[{"code":503,"message":"down"}]}})"));
   EXPECT_EQ(http->Get(collectionPath("weight"))->status, 200);  // not a POST: untouched
   for (int i = 0; i < 2; ++i) {
     auto res = postRecord("A");
@@ -42,13 +38,10 @@ TEST_F(FaultsTest, StatusFaultAnswersTheNextRequestsOfItsMethodThenServes) {
   EXPECT_EQ(rules["faults"][0]["hits"].GetInt(), 2);
 
   // Rules that make no sense are refused.
-  EXPECT_EQ(control->Post("/control/faults", R"({"status":503,"close":true})", "application/json")
-                ->status,
-            400);
-  EXPECT_EQ(control->Post("/control/faults", R"({"stauts":503})", "application/json")->status, 400);
-  EXPECT_EQ(control->Post("/control/faults", R"({"status":503,"fraction":2})", "application/json")
-                ->status,
-            400);
+  for (const char* rule :
+       {R"({"status":503,"close":true})", R"({"stauts":503})", R"({"status":503,"fraction":2})"}) {
+    EXPECT_EQ(control->Post("/control/faults", rule, "application/json")->status, 400) << rule;
+  }
 }
 
 TEST_F(FaultsTest, SeededFractionRepeatsItsChoicesAndResetClearsEveryRule) {
@@ -58,7 +51,7 @@ TEST_F(FaultsTest, SeededFractionRepeatsItsChoicesAndResetClearsEveryRule) {
       seen += http->Get(collectionPath("weight"))->status == 500 ? 'x' : '.';
     return seen;
   };
-  addFault(R"({"status":500,"fraction":0.5,"seed":42})");
+  ASSERT_TRUE(server.addFault(R"({"status":500,"fraction":0.5,"seed":42})"));
   auto first = pattern();
   EXPECT_NE(first.find('x'), std::string::npos);
   EXPECT_NE(first.find('.'), std::string::npos);
@@ -68,12 +61,12 @@ TEST_F(FaultsTest, SeededFractionRepeatsItsChoicesAndResetClearsEveryRule) {
   EXPECT_EQ(parse(reset->body)["faults"].Size(), 0u);
   EXPECT_EQ(pattern(), std::string(40, '.'));
 
-  addFault(R"({"status":500,"fraction":0.5,"seed":42})");
+  ASSERT_TRUE(server.addFault(R"({"status":500,"fraction":0.5,"seed":42})"));
   EXPECT_EQ(pattern(), first);
 }
 
 TEST_F(FaultsTest, ShutDownCutsAFaultDelayShort) {
-  addFault(R"({"delay_ms":600000})");
+  ASSERT_TRUE(server.addFault(R"({"delay_ms":600000})"));
   std::thread caller([&] { EXPECT_FALSE(postRecord("A")); });
   // Wait until the request is being held, then stop: the server must not sit out the delay.
   for (int i = 0; i < 1000; ++i) {
@@ -92,12 +85,9 @@ TEST(FaultFlagsTest, CommandLineFaultsApplyFromTheFirstRequest) {
   EXPECT_EQ(first->status, 500);
   EXPECT_EQ(first->body, "plain oops");
   EXPECT_EQ(http->Get(collectionPath("weight"))->status, 200);
-  EXPECT_FALSE(http->Post(collectionPath("weight"), wrapped("weight", weightRecord("A")),
-                          "application/json"));
-  EXPECT_EQ(
-      http->Post(collectionPath("weight"), wrapped("weight", weightRecord("A")), "application/json")
-          ->status,
-      201);
+  const auto body = wrapped("weight", weightRecord("A"));
+  EXPECT_FALSE(http->Post(collectionPath("weight"), body, "application/json"));
+  EXPECT_EQ(http->Post(collectionPath("weight"), body, "application/json")->status, 201);
   EXPECT_THROW(DevServer({"--fault", "status=503,close"}), std::runtime_error);
 }
 

@@ -1,15 +1,24 @@
-// The record endpoints of the REST interface, over real HTTP.
+// The record and media endpoints of the REST interface, over real HTTP.
 #include "DevServer.h"
 
 #include <gtest/gtest.h>
 
 #include <regex>
 #include <set>
+#include <thread>
 
 namespace nyb::test {
 namespace {
 
 const std::string kJson = "application/json";
+const std::string kBoundary = "---------------9a87987G98797";
+
+// The multipart body exactly as the library writes it.
+std::string multipart(const std::string& png) {
+  return "--" + kBoundary + "\r\n" +
+         "Content-Disposition: form-data; name=\"media\"; filename=\"media.png\"\r\n" +
+         "Content-Type: application/octet-stream\r\n\r\n" + png + "\r\n--" + kBoundary + "--\r\n";
+}
 
 class RecordsTest : public ::testing::Test {
  protected:
@@ -20,10 +29,18 @@ class RecordsTest : public ::testing::Test {
     EXPECT_EQ(res->status, 201) << res->body;
     return parse(res->body)["weight"]["_id"].GetString();
   }
-  size_t count(const std::string& root = "weight") {
+  rapidjson::Document all(const std::string& root = "weight") {
     auto res = http->Get(collectionPath(root));
     EXPECT_EQ(res->status, 200);
-    return parse(res->body)[root.c_str()].Size();
+    return parse(res->body);
+  }
+  size_t count(const std::string& root = "weight") { return all(root)[root.c_str()].Size(); }
+  httplib::Result upload(const std::string& id, const std::string& body,
+                         const std::string& token = kToken,
+                         const std::string& type = "multipart/form-data; boundary=" + kBoundary) {
+    return http->Post(
+        "/v1/organizations/acme/users/u1/weight/" + id + "/media?authentication_token=" + token,
+        body, type);
   }
 
   DevServer server;
@@ -44,7 +61,6 @@ TEST_F(RecordsTest, PostStampsRecordsAndAnswersThemUnderTheirRoot) {
                                std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\+00:00)")));
   EXPECT_EQ(weight["weight"].GetDouble(), 0.1 + 0.2);  // reals keep their value exactly
   EXPECT_EQ(weight["big"].GetUint64(), 12345678901234567890ULL);
-  EXPECT_STREQ(weight["activity_id"].GetString(), "A-1");
 
   auto several = http->Post(
       collectionPath("weight"),
@@ -52,93 +68,77 @@ TEST_F(RecordsTest, PostStampsRecordsAndAnswersThemUnderTheirRoot) {
   ASSERT_EQ(several->status, 201) << several->body;
   auto list = parse(several->body);
   ASSERT_EQ(list["weight"].Size(), 2u);
-  EXPECT_STREQ(list["weight"][1]["activity_id"].GetString(), "A-3");
   std::set<std::string> ids = {weight["_id"].GetString(), list["weight"][0]["_id"].GetString(),
                                list["weight"][1]["_id"].GetString()};
   EXPECT_EQ(ids.size(), 3u);
 
   // Listed in order; readable one by one; other users and roots see none of them.
-  auto all = parse(http->Get(collectionPath("weight"))->body);
-  ASSERT_EQ(all["weight"].Size(), 3u);
-  EXPECT_STREQ(all["weight"][0]["activity_id"].GetString(), "A-1");
-  auto read = http->Get(itemPath("weight", weight["_id"].GetString()));
-  EXPECT_EQ(read->status, 200);
-  EXPECT_EQ(read->body, one->body);
+  auto stored = all();
+  ASSERT_EQ(stored["weight"].Size(), 3u);
+  EXPECT_STREQ(stored["weight"][0]["activity_id"].GetString(), "A-1");
+  EXPECT_STREQ(stored["weight"][2]["activity_id"].GetString(), "A-3");
+  EXPECT_EQ(http->Get(itemPath("weight", weight["_id"].GetString()))->body, one->body);
   EXPECT_EQ(count("sleep"), 0u);
   auto other = server.client(kOtherToken)->Get(collectionPath("weight", kOtherUser));
   EXPECT_EQ(parse(other->body)["weight"].Size(), 0u);
 }
 
-TEST_F(RecordsTest, UpdateReplacesByIdAndUnknownIdsAre404) {
+TEST_F(RecordsTest, UpdateUpsertAndDeleteFindTheirRecordOrAnswer404) {
   auto id = post("A-1");
   auto updated =
       http->Put(itemPath("weight", id), wrapped("weight", weightRecord("A-1", 70.5)), kJson);
   ASSERT_EQ(updated->status, 200) << updated->body;
-  EXPECT_STREQ(parse(updated->body)["weight"]["_id"].GetString(), id.c_str());
-  auto stored = parse(http->Get(itemPath("weight", id))->body);
-  EXPECT_EQ(stored["weight"]["weight"].GetDouble(), 70.5);
-  EXPECT_EQ(count(), 1u);
-
+  EXPECT_EQ(parse(http->Get(itemPath("weight", id))->body)["weight"]["weight"].GetDouble(), 70.5);
   const std::string unknown = "0123456789abcdef01234567";
   auto missing =
       http->Put(itemPath("weight", unknown), wrapped("weight", weightRecord("A-1")), kJson);
   EXPECT_EQ(missing->status, 404);
   EXPECT_EQ(parse(missing->body)["errors"][0]["code"].GetInt(), 404);
   EXPECT_EQ(http->Get(itemPath("weight", unknown))->status, 404);
-  EXPECT_EQ(count(), 1u);
-}
 
-TEST_F(RecordsTest, UpsertCreatesThenReplacesTheRecordOfAnActivity) {
   // The client sends "." as %2E and leaves "/" alone, so the slash splits the path.
   const std::string path = "/v1/organizations/acme/users/u1/weight/activity_id/a%2Eb/c";
   auto created = http->Put(path, wrapped("weight", weightRecord("a.b/c", 60)), kJson);
   ASSERT_EQ(created->status, 201) << created->body;
   auto replaced = http->Put(path, wrapped("weight", weightRecord("a.b/c", 61)), kJson);
   ASSERT_EQ(replaced->status, 200) << replaced->body;
-  auto first = parse(created->body);
-  auto second = parse(replaced->body);
-  EXPECT_STREQ(first["weight"]["_id"].GetString(), second["weight"]["_id"].GetString());
-  auto all = parse(http->Get(collectionPath("weight"))->body);
-  ASSERT_EQ(all["weight"].Size(), 1u);
-  EXPECT_EQ(all["weight"][0]["weight"].GetDouble(), 61);
-  EXPECT_STREQ(all["weight"][0]["activity_id"].GetString(), "a.b/c");
-
+  EXPECT_EQ(parse(created->body)["weight"]["_id"], parse(replaced->body)["weight"]["_id"]);
+  auto stored = all();
+  ASSERT_EQ(stored["weight"].Size(), 2u);
+  EXPECT_EQ(stored["weight"][1]["weight"].GetDouble(), 61);
+  EXPECT_STREQ(stored["weight"][1]["activity_id"].GetString(), "a.b/c");
   // A record without activity_id takes the path's; one with another is refused.
   auto bare = http->Put("/v1/organizations/acme/users/u1/weight/activity_id/other",
                         wrapped("weight", R"({"timestamp":"2016-03-01T14:05:09+00:00"})"), kJson);
   EXPECT_EQ(bare->status, 201);
   EXPECT_STREQ(parse(bare->body)["weight"]["activity_id"].GetString(), "other");
-  auto mismatch = http->Put(path, wrapped("weight", weightRecord("elsewhere")), kJson);
-  EXPECT_EQ(mismatch->status, 400);
-  EXPECT_EQ(count(), 2u);
-}
+  EXPECT_EQ(http->Put(path, wrapped("weight", weightRecord("elsewhere")), kJson)->status, 400);
 
-TEST_F(RecordsTest, DeleteAnswersAServerResponseAndForgetsTheRecord) {
-  auto id = post("A-9");
   auto deleted = http->Delete(itemPath("weight", id), "{\"authentication_token\":\"tok1\"}", kJson);
   ASSERT_EQ(deleted->status, 200) << deleted->body;
   auto answer = parse(deleted->body);
   EXPECT_EQ(answer["code"].GetInt(), 200);
   EXPECT_TRUE(answer["message"].IsString());
-  EXPECT_STREQ(answer["activity_id"].GetString(), "A-9");
-  EXPECT_EQ(count(), 0u);
+  EXPECT_STREQ(answer["activity_id"].GetString(), "A-1");
   EXPECT_EQ(http->Delete(itemPath("weight", id))->status, 404);
+  EXPECT_EQ(count(), 2u);
 }
 
 TEST_F(RecordsTest, EveryTokenMustBeThePathUsers) {
   auto body = wrapped("weight", weightRecord("A-1"));
+  auto anonymous = server.client("");
   auto wrongHeader = server.client("nope")->Post(collectionPath("weight"), body, kJson);
   EXPECT_EQ(wrongHeader->status, 401);
   EXPECT_EQ(parse(wrongHeader->body)["errors"][0]["code"].GetInt(), 401);
-  auto wrongBody =
-      http->Post(collectionPath("weight"), wrapped("weight", weightRecord("A-1"), "nope"), kJson);
-  EXPECT_EQ(wrongBody->status, 401);
-  EXPECT_EQ(http->Get(collectionPath("weight") + "?authentication_token=nope")->status, 401);
-  EXPECT_EQ(server.client(kOtherToken)->Get(collectionPath("weight"))->status, 401);
-  EXPECT_EQ(http->Get(collectionPath("weight", "stranger"))->status, 401);
-  auto anonymous = server.client("");
-  EXPECT_EQ(anonymous->Get(collectionPath("weight"))->status, 401);
-  EXPECT_EQ(anonymous->Post(collectionPath("weight"), R"({"weight":{}})", kJson)->status, 401);
+  const int refused[] = {
+      http->Post(collectionPath("weight"), wrapped("weight", weightRecord("A-1"), "nope"), kJson)
+          ->status,
+      http->Get(collectionPath("weight") + "?authentication_token=nope")->status,
+      server.client(kOtherToken)->Get(collectionPath("weight"))->status,
+      http->Get(collectionPath("weight", "stranger"))->status,
+      anonymous->Get(collectionPath("weight"))->status,
+      anonymous->Post(collectionPath("weight"), R"({"weight":{}})", kJson)->status};
+  for (int status : refused) EXPECT_EQ(status, 401);
   EXPECT_EQ(count(), 0u);
 
   // One right token is enough, wherever it is.
@@ -183,6 +183,73 @@ TEST_F(RecordsTest, MalformedBodiesAre400AndRecordsWithoutTimestampAre422) {
   EXPECT_STREQ(errors[0]["activity_id"].GetString(), "late");
   EXPECT_FALSE(errors[1].HasMember("activity_id"));
   EXPECT_EQ(count(), 0u);
+}
+
+TEST_F(RecordsTest, OnlyAWholePngForAKnownRecordOfTheUserBecomesItsMedia) {
+  auto id = post("A-1");
+  auto png = makePng(64, 48);
+  EXPECT_EQ(upload(id, multipart(png), "tok2")->status, 401);
+  EXPECT_EQ(upload("0123456789abcdef01234567", multipart(png))->status, 404);
+  // Without an image the client sends its token as a JSON body instead.
+  EXPECT_EQ(upload(id, R"({"authentication_token":"tok1"})", kToken, kJson)->status, 400);
+  auto damaged = png;
+  damaged[damaged.size() / 2] ^= 0x55;  // breaks a CRC or the compressed data
+  for (const auto& bad :
+       {std::string("GIF89a not a png"), png.substr(0, png.size() - 20), damaged}) {
+    auto res = upload(id, multipart(bad));
+    EXPECT_EQ(res->status, 400);
+    EXPECT_TRUE(parse(res->body)["errors"].IsArray());
+  }
+  EXPECT_FALSE(parse(http->Get(itemPath("weight", id))->body)["weight"].HasMember("media"));
+
+  auto res = upload(id, multipart(png));
+  ASSERT_EQ(res->status, 201) << res->body;
+  auto media = parse(res->body);
+  std::string url = media["media"]["url"].GetString();
+  EXPECT_EQ(std::string(media["media"]["id"].GetString()).size(), 24u);
+  ASSERT_EQ(url.rfind(server.baseURL() + "/", 0), 0u) << url;
+  auto image = http->Get(mediaPath(url));
+  EXPECT_EQ(image->get_header_value("Content-Type"), "image/png");
+  EXPECT_EQ(image->body, png);
+  auto anonymous = server.client("");
+  EXPECT_EQ(anonymous->Get(url.substr(url.find("/v1/")))->status, 401);
+  EXPECT_EQ(anonymous->Get(mediaPath(url, kOtherToken))->status, 401);
+  EXPECT_EQ(anonymous->Get("/v1/media/0123456789abcdef01234567.png")->status, 404);
+
+  // An update from a client (which sends "media": []) keeps the record's media.
+  auto updated = http->Put(
+      itemPath("weight", id),
+      wrapped("weight", R"({"timestamp":"2016-03-01T14:05:09+00:00","media":[]})"), kJson);
+  ASSERT_EQ(updated->status, 200);
+  auto answer = parse(updated->body);
+  ASSERT_EQ(answer["weight"]["media"].Size(), 1u);
+  EXPECT_EQ(answer["weight"]["media"][0]["url"].GetString(), url);
+}
+
+TEST_F(RecordsTest, ConcurrentClientsAreAllAnsweredAndEachRecordIsStoredOnce) {
+  constexpr int kClients = 4, kPerClient = 1000;
+  std::vector<std::thread> clients;
+  for (int c = 0; c < kClients; ++c) {
+    clients.emplace_back([&, c] {
+      auto mine = server.client();
+      for (int i = 0; i < kPerClient; ++i) {
+        auto res =
+            mine->Post(collectionPath("weight"),
+                       wrapped("weight", weightRecord(std::to_string(c * kPerClient + i))), kJson);
+        EXPECT_TRUE(res && res->status == 201);
+      }
+    });
+  }
+  for (auto& client : clients) client.join();
+  auto stored = all();
+  std::set<std::string> ids, activities;
+  for (const auto& each : stored["weight"].GetArray()) {
+    ids.insert(each["_id"].GetString());
+    activities.insert(each["activity_id"].GetString());
+  }
+  EXPECT_EQ(stored["weight"].Size(), size_t{kClients * kPerClient});
+  EXPECT_EQ(ids.size(), size_t{kClients * kPerClient});
+  EXPECT_EQ(activities.size(), size_t{kClients * kPerClient});
 }
 
 }  // namespace

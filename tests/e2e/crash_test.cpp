@@ -5,9 +5,6 @@
 // no photo file may be left that it does not name. NYB_CRASH_ITERATIONS sets the number of
 // kills (50 by default).
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -20,7 +17,7 @@
 #include <set>
 #include <thread>
 
-#include "ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "support/TempDir.h"
 
 namespace nyb::test {
@@ -29,19 +26,9 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-// A loopback port with nothing listening: every upload is refused at once,
-// so every record stays queued.
-int closedPort() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
+// Nothing listens on port 1 of the loopback: every upload is refused at once, so every record
+// stays queued.
+void uploadsGoNowhere() { ::setenv("NYMBREL_BASE_URL", "http://127.0.0.1:1/v1", 1); }
 
 int iterations() {
   const char* wanted = std::getenv("NYB_CRASH_ITERATIONS");
@@ -59,8 +46,7 @@ std::size_t temporaryFilesIn(const fs::path& directory) {
 
 TEST(CrashSafety, EveryFinishedSaveSurvivesAKillAtAnyMoment) {
   TempDir documents;
-  ::setenv("NYMBREL_BASE_URL", ("http://127.0.0.1:" + std::to_string(closedPort()) + "/v1").c_str(),
-           1);
+  uploadsGoNowhere();
   std::mt19937 random(20161122);
   std::set<std::string> confirmed;
   std::size_t killsMidWrite = 0;
@@ -125,8 +111,7 @@ std::map<std::string, std::string> filesIn(const fs::path& directory) {
 
 TEST(CrashSafety, ASecondProcessIsRefusedTheDocumentsDirectoryAndTouchesNothing) {
   TempDir documents;
-  ::setenv("NYMBREL_BASE_URL", ("http://127.0.0.1:" + std::to_string(closedPort()) + "/v1").c_str(),
-           1);
+  uploadsGoNowhere();
   ChildProcess holder({NYB_CRASH_HOST_PATH, "hold", documents.path().string()});
   ASSERT_EQ(holder.readLine(30s), "ready");
   // What a write of the holder in flight would look like.

@@ -91,9 +91,7 @@ std::vector<NYBDictionary> stored(const std::string& root, const std::string& us
   return records;
 }
 
-void addFault(const std::string& rule) {
-  ASSERT_EQ(devserver().client("")->Post("/control/faults", rule, "application/json")->status, 201);
-}
+void addFault(const std::string& rule) { ASSERT_TRUE(devserver().addFault(rule)); }
 
 void clearFaults() { ASSERT_EQ(devserver().client("")->Delete("/control/faults")->status, 200); }
 

@@ -13,7 +13,7 @@
 #include <memory>
 #include <string>
 
-#include "ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "support/TempDir.h"
 
 namespace nyb::test {

@@ -23,6 +23,13 @@ TEST(DevServerLookup, BesideTheProgramOrOnPathOnly) {
   EXPECT_NE(alone.err.find("cannot find nymbrel-devserver next to nymbrel or on PATH"),
             std::string::npos)
       << alone.err;
+  // Named, it is found anywhere.
+  ProgramRun named =
+      runProgram({(bin / "nymbrel").string(), "demo", "--devserver", NYB_DEVSERVER_PATH},
+                 std::vector<std::string>{"PATH=/nonexistent"});
+  EXPECT_EQ(named.status, 0) << named.err;
+  EXPECT_TRUE(contains(named.out, "started nymbrel-devserver at http://127.0.0.1:")) << named.out;
+  EXPECT_TRUE(contains(named.out, "\neverything arrived: 8 records and 1 photo\n")) << named.out;
 
   auto onPath = std::filesystem::path(NYB_DEVSERVER_PATH).parent_path().string();
   EXPECT_EQ(demo("/nonexistent:" + onPath).status, 0);

@@ -7,6 +7,7 @@
 #include <NymbrelCore/NYBDictionary.h>
 
 #include <cmath>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -48,45 +49,31 @@ BuildResult build(std::string_view typeName,
 
 TEST(RecordBuilder, EveryFieldOfEveryTypeReachesTheDocumentUnderItsKey) {
   nyb::test::TimeZoneOverride utc("UTC");
+  // A sample text of each kind and the value the document must hold for it.
+  const std::map<ValueKind, std::pair<std::string, NYBDynamicValue>> samples = {
+      {ValueKind::Number, {"7", 7}},
+      {ValueKind::Boolean, {"yes", true}},
+      {ValueKind::DateTime, {"2016-03-01T14:05:09Z", "2016-03-01T14:05:09+00:00"}},
+      {ValueKind::MealRelationship, {"fasting", "fasting"}},
+      {ValueKind::DiabetesEvent, {"medication", "medication"}},
+      {ValueKind::OutOfRange, {"low", "Low"}},
+      {ValueKind::UtcOffset, {"-05:30", "-05:30"}},
+      {ValueKind::DataPoint,
+       {"2016-03-01T14:00:00Z/2016-03-01T14:15:00Z=120",
+        nyb::NYBArray{NYBDictionary{{"start", "2016-03-01T14:00:00+00:00"},
+                                    {"end", "2016-03-01T14:15:00+00:00"},
+                                    {"value", 120}}}}},
+  };
   for (const auto& type : recordTypes()) {
     SCOPED_TRACE(std::string(type.name));
     RecordInput input{&type, {}, std::nullopt, "--unit", "--"};
     std::vector<NYBDynamicValue> expected;
     for (const auto& field : type.fields) {
-      std::string text;
-      NYBDynamicValue value;
-      switch (field.kind) {
-        case ValueKind::Number:
-          text = "7", value = 7;
-          break;
-        case ValueKind::Text:
-          text = "x-" + std::string(field.name), value = text;
-          break;
-        case ValueKind::Boolean:
-          text = "yes", value = true;
-          break;
-        case ValueKind::DateTime:
-          text = "2016-03-01T14:05:09Z", value = "2016-03-01T14:05:09+00:00";
-          break;
-        case ValueKind::MealRelationship:
-          text = "fasting", value = "fasting";
-          break;
-        case ValueKind::DiabetesEvent:
-          text = "medication", value = "medication";
-          break;
-        case ValueKind::OutOfRange:
-          text = "low", value = "Low";
-          break;
-        case ValueKind::UtcOffset:
-          text = "-05:30", value = text;
-          break;
-        case ValueKind::DataPoint:
-          text = "2016-03-01T14:00:00Z/2016-03-01T14:15:00Z=120";
-          value = nyb::NYBArray{NYBDictionary{{"start", "2016-03-01T14:00:00+00:00"},
-                                              {"end", "2016-03-01T14:15:00+00:00"},
-                                              {"value", 120}}};
-          break;
-      }
+      // Each text field its own value, so that two fields swapped show.
+      const std::string name = "x-" + std::string(field.name);
+      const auto& [text, value] = field.kind == ValueKind::Text
+                                      ? std::pair<std::string, NYBDynamicValue>{name, name}
+                                      : samples.at(field.kind);
       input.fields.push_back({"--" + std::string(field.name), &field, text});
       expected.push_back(value);
     }
@@ -220,10 +207,10 @@ TEST(RecordBuilder, DefaultsAndTheOrderOfTimestampAndOffset) {
 TEST(RecordBuilder, DateTimesInEveryAcceptedForm) {
   nyb::test::TimeZoneOverride paris("Europe/Paris");  // UTC+1 in March
   const double instant = 1456841109;                  // 2016-03-01 14:05:09 UTC
-  EXPECT_EQ(parseDateTime("2016-03-01T14:05:09+00:00")->timeIntervalSince1970(), instant);
-  EXPECT_EQ(parseDateTime("2016-03-01T14:05:09Z")->timeIntervalSince1970(), instant);
-  EXPECT_EQ(parseDateTime("2016-03-01T09:05:09-05:00")->timeIntervalSince1970(), instant);
-  EXPECT_EQ(parseDateTime("2016-03-01T15:05:09")->timeIntervalSince1970(), instant);
+  for (const char* form : {"2016-03-01T14:05:09+00:00", "2016-03-01T14:05:09Z",
+                           "2016-03-01T09:05:09-05:00", "2016-03-01T15:05:09"}) {
+    EXPECT_EQ(parseDateTime(form)->timeIntervalSince1970(), instant) << form;
+  }
   EXPECT_EQ(parseDateTime("2016-03-01")->timeIntervalSince1970(), 1456790400 - 3600);
   EXPECT_NEAR(parseDateTime("NOW")->timeIntervalSince1970(),
               nyb::NYBDate::now().timeIntervalSince1970(), 5);

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <fstream>
-#include <sstream>
 
 #include "DevServer.h"
 #include "RunTool.h"
@@ -14,10 +13,6 @@
 
 namespace nyb::test {
 namespace {
-
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 std::vector<std::string> linesOf(const std::filesystem::path& file) {
   std::ifstream in(file);
@@ -33,9 +28,7 @@ TEST(RejectedRecords, AreKeptWithTheAnswerAndImportSendsThemAgain) {
   const auto rejected = data.path() / "rejected.jsonl";
   auto as = [&](std::vector<std::string> arguments, const std::string& token,
                 const std::string& url) {
-    arguments.insert(arguments.end(), {"--server", url, "--data-dir", dir, "--org", kOrg, "--user",
-                                       kUser, "--token", token});
-    return runTool(arguments);
+    return runTool(withUser(std::move(arguments), url, data.path(), kUser, token));
   };
   auto stored = [&](const std::string& root) {
     return parse(server.client()->Get(collectionPath(root))->body);
@@ -49,10 +42,11 @@ TEST(RejectedRecords, AreKeptWithTheAnswerAndImportSendsThemAgain) {
   std::string photo = writePng((data.path() / "meal.png").string(), 8, 6);
   ToolRun run = as({"submit", "nutrition", "--meal", "dinner", "--image", photo}, kToken, deadURL);
   ASSERT_EQ(run.status, 3) << run.err;
-  server.client()->Post("/control/faults", R"({"status": 422, "count": 1})", "application/json");
+  ASSERT_TRUE(server.addFault(R"({"status": 422, "count": 1})"));
   run = as({"submit", "sleep", "--deep", "80"}, kToken, server.baseURL());
   EXPECT_EQ(run.status, 1) << run.err;
   EXPECT_TRUE(contains(run.err, "nymbrel: rejected nutrition record")) << run.err;
+  EXPECT_TRUE(contains(run.err, "HTTP 422")) << run.err;
   EXPECT_FALSE(contains(run.out, "rejected")) << run.out;
   EXPECT_TRUE(contains(run.out, "submitted sleep record")) << run.out;
 
@@ -66,9 +60,7 @@ TEST(RejectedRecords, AreKeptWithTheAnswerAndImportSendsThemAgain) {
       << run.err;
 
   // The record arrives but its photo is refused: kept with the stored record.
-  server.client()->Post("/control/faults", R"([{"delay_ms": 1, "count": 1},
-                                               {"status": 422, "count": 1}])",
-                        "application/json");
+  ASSERT_TRUE(server.addFault(R"([{"delay_ms": 1, "count": 1}, {"status": 422, "count": 1}])"));
   run = as({"submit", "fitness", "--type", "run", "--image", photo}, kToken, server.baseURL());
   EXPECT_EQ(run.status, 1) << run.err;
   EXPECT_TRUE(contains(run.err, "1 refused photo kept in")) << run.err;

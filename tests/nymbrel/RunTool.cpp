@@ -3,9 +3,6 @@
 #include <cstring>
 #include <fstream>
 
-#include "DevServer.h"
-#include "support/RunProgram.h"
-
 extern char** environ;
 
 namespace nyb::test {
@@ -21,6 +18,14 @@ ToolRun runTool(const std::vector<std::string>& arguments,
   }
   for (const auto& [name, value] : environment) environmentStrings.push_back(name + "=" + value);
   return runProgram(argv, environmentStrings, timeout);
+}
+
+std::vector<std::string> withUser(std::vector<std::string> arguments, const std::string& server,
+                                  const std::filesystem::path& data, const std::string& user,
+                                  const std::string& token) {
+  arguments.insert(arguments.end(), {"--server", server, "--data-dir", data.string(), "--org", kOrg,
+                                     "--user", user, "--token", token});
+  return arguments;
 }
 
 std::string writePng(const std::string& path, unsigned width, unsigned height) {

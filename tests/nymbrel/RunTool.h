@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "DevServer.h"
 #include "support/RunProgram.h"
 
 namespace nyb::test {
@@ -17,6 +18,16 @@ using ToolRun = ProgramRun;
 ToolRun runTool(const std::vector<std::string>& arguments,
                 const std::map<std::string, std::string>& environment = {},
                 std::chrono::seconds timeout = std::chrono::seconds(120));
+
+// `arguments` and the options naming the service, the data directory and the user.
+std::vector<std::string> withUser(std::vector<std::string> arguments, const std::string& server,
+                                  const std::filesystem::path& data,
+                                  const std::string& user = kUser,
+                                  const std::string& token = kToken);
+
+inline bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
 
 // Writes a real PNG file (libpng) of the given size; gives its path.
 std::string writePng(const std::string& path, unsigned width, unsigned height);

@@ -17,15 +17,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
+// Nothing listens on port 1 of the loopback: every record stays queued.
 std::vector<std::string> offlineSubmit(const fs::path& data) {
-  // Nothing listens on port 1 of the loopback: every record stays queued.
-  return {"submit",     "sleep",       "--deep", "80", "--server", "http://127.0.0.1:1/v1",
-          "--data-dir", data.string(), "--org",  kOrg, "--user",   kUser,
-          "--token",    kToken};
+  return withUser({"submit", "sleep", "--deep", "80"}, "http://127.0.0.1:1/v1", data);
 }
 
 TEST(NymbrelStorage, ABusyDirectoryAndAFailedSaveHaveTheirOwnExitCodes) {
@@ -53,11 +47,23 @@ TEST(NymbrelStorage, ABusyDirectoryAndAFailedSaveHaveTheirOwnExitCodes) {
   EXPECT_FALSE(contains(run.err, "queued;")) << run.err;
 }
 
-TEST(NymbrelStorage, ADamagedArchiveIsKeptAndListedByQueue) {
+TEST(NymbrelStorage, ADamagedArchiveIsReportedThenKeptAndListedByQueue) {
   TempDir data;
-  std::ofstream(data.path() / "sessionData") << "not an archive at all";
-  ToolRun run = runTool(offlineSubmit(data.path()));
+  const std::string archive = (data.path() / "sessionData").string();
+  ToolRun run = runTool({"queue", "--data-dir", data.path().string()});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "No archive at " + archive + ": no session, nothing queued.\n");
+
+  std::ofstream(archive) << "not an archive at all";
+  run = runTool({"queue", "--json", "--data-dir", data.path().string()});
+  EXPECT_EQ(run.status, 5);
+  EXPECT_TRUE(contains(run.err, "nymbrel: the archive " + archive + " is damaged: ")) << run.err;
+  // Without a user there is nothing to continue; with one, a new session replaces it.
+  run = runTool({"submit", "sleep", "--deep", "1", "--data-dir", data.path().string()});
+  EXPECT_EQ(run.status, 5) << run.err;
+  run = runTool(offlineSubmit(data.path()));
   EXPECT_EQ(run.status, 3) << run.err;
+  EXPECT_TRUE(contains(run.err, "is damaged: ")) << run.err;
 
   run = runTool({"queue", "--json", "--data-dir", data.path().string()});
   ASSERT_EQ(run.status, 0) << run.err;
