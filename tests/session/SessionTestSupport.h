@@ -10,6 +10,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -66,6 +68,17 @@ inline ScriptedResponse acceptedWeight(const std::string& id, const std::string&
 inline ScriptedResponse refused(int status) {
   return ScriptedResponse::json(
       status, R"({"errors":[{"code":)" + std::to_string(status) + R"(,"message":"refused"}]})");
+}
+
+// The activity ID a JSON request body carries.
+inline std::string activityIn(const std::string& body) {
+  const std::size_t at = body.find("\"activity_id\":\"") + 15;
+  return body.substr(at, body.find('"', at) - at);
+}
+
+inline std::string bytesOf(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 struct Posted {

@@ -112,6 +112,15 @@ TEST_F(SessionData, APhotoIsWrittenAsAPrivatePNGNamedAfterTheRecord) {
   // Changing a record after it was queued loses its photo: the key no longer matches.
   r->setComment("changed");
   EXPECT_EQ(data->imageForRecord(r), nullptr);
+
+  // Verifying an existing directory changes nothing; emptying it keeps it and the map.
+  fs::create_directory(imageDirectory() / "leftover");
+  std::ofstream(imageDirectory() / "leftover" / "x") << "x";
+  data->verifyImageDirectory();
+  EXPECT_TRUE(fs::exists(file));
+  data->eraseImageDirectoryContents();
+  EXPECT_TRUE(fs::is_directory(imageDirectory()) && fs::is_empty(imageDirectory()));
+  EXPECT_TRUE(data->hasImageForRecord(record("photo")));
 }
 
 TEST_F(SessionData, AFailedPhotoWriteQueuesTheRecordWithoutItsPhoto) {
@@ -131,6 +140,17 @@ TEST_F(SessionData, AFailedPhotoWriteQueuesTheRecordWithoutItsPhoto) {
                              "NYBSessionData: Error converting image to PNG representation",
                              "NYBSessionData: Error converting image to PNG representation"}));
   EXPECT_TRUE(fs::is_empty(imageDirectory()));
+
+  // A file where the documents directory should be: the directory cannot be made.
+  fs::remove_all(imageDirectory());
+  std::ofstream(documents.path() / "blocked") << "file";
+  NYBDocuments::setDocumentsDirectory((documents.path() / "blocked" / "Documents").string());
+  log.clear();
+  data->verifyImageDirectory();
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                             "NYBSessionData: Unable to create directory for images to upload. "
+                             "Detail: Not a directory"}));
+  data->eraseImageDirectoryContents();  // nothing to list: nothing happens
 }
 
 TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord) {
@@ -198,34 +218,6 @@ TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
   data->removeImageForRecord(r);
   EXPECT_TRUE(fs::exists(outside));
   EXPECT_FALSE(data->hasImages());
-}
-
-TEST_F(SessionData, TheImageDirectoryIsMadeOnceAndEmptiedWithoutTouchingTheMap) {
-  data->verifyImageDirectory();
-  auto r = record("kept");
-  data->addRecord(r, image(5));
-  fs::create_directory(imageDirectory() / "leftover");
-  std::ofstream(imageDirectory() / "leftover" / "x") << "x";
-
-  data->verifyImageDirectory();  // exists: left as it is
-  EXPECT_TRUE(fs::exists(imageDirectory() / fileNameOf(r)));
-
-  data->eraseImageDirectoryContents();
-  EXPECT_TRUE(fs::is_directory(imageDirectory()));
-  EXPECT_TRUE(fs::is_empty(imageDirectory()));
-  EXPECT_TRUE(data->hasImageForRecord(r));
-
-  // A file where the documents directory should be: the directory cannot be made.
-  fs::remove_all(imageDirectory());
-  const fs::path blocked = documents.path() / "blocked";
-  std::ofstream(blocked) << "file";
-  NYBDocuments::setDocumentsDirectory((blocked / "Documents").string());
-  test::LogCapture log;
-  data->verifyImageDirectory();
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                             "NYBSessionData: Unable to create directory for images to upload. "
-                             "Detail: Not a directory"}));
-  data->eraseImageDirectoryContents();  // nothing to list: nothing happens
 }
 
 TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {

@@ -113,10 +113,7 @@ TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtThe
   session->submitRecord(weight("last"));
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 6; }));
   std::vector<std::string> sent;
-  for (const auto& request : server().requests()) {
-    const std::size_t at = request.body.find("\"activity_id\":\"") + 15;
-    sent.push_back(request.body.substr(at, request.body.find('"', at) - at));
-  }
+  for (const auto& request : server().requests()) sent.push_back(activityIn(request.body));
   EXPECT_EQ(sent, (std::vector<std::string>{"bad-400", "bad-499", "e500", "cut", "empty", "e500",
                                             "cut", "empty", "last"}));
 }

@@ -36,12 +36,6 @@ std::vector<std::string> outcomes(const NotificationLog& notes) {
   return lines;
 }
 
-// The activity ID a JSON request body carries.
-std::string activityIn(const std::string& body) {
-  const std::size_t at = body.find("\"activity_id\":\"") + 15;
-  return body.substr(at, body.find('"', at) - at);
-}
-
 ScriptedResponse acceptedPhoto() {
   return ScriptedResponse::json(201, R"({"media":{"id":"m","url":"http://m/m.png"}})");
 }

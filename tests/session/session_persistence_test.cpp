@@ -20,9 +20,8 @@ namespace fs = std::filesystem;
 
 // The session data the archive on disk holds now.
 std::shared_ptr<NYBSessionData> archived(const fs::path& documents) {
-  std::ifstream file(documents / "sessionData", std::ios::binary);
-  const NYBData bytes(std::vector<std::uint8_t>(std::istreambuf_iterator<char>(file), {}));
-  return NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<NYBSessionData>();
+  return NYBKeyedUnarchiver::unarchiveObjectWithData(NYBData(bytesOf(documents / "sessionData")))
+      .objectAs<NYBSessionData>();
 }
 
 using SessionPersistence = SessionTest;
