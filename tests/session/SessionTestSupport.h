@@ -123,6 +123,22 @@ class NotificationLog {
   std::vector<NYBNotificationToken> tokens_;
 };
 
+// Each notification as "<kind> <recordID, else activityID>".
+inline std::vector<std::string> outcomes(const NotificationLog& notes) {
+  std::vector<std::string> lines;
+  for (const Posted& each : notes.posted) {
+    const auto record = each.record();
+    const std::string kind = each.name == kNYBRecordSubmittedNotification          ? "submitted"
+                             : each.name == kNYBRecordSubmissionFailedNotification ? "failed"
+                             : each.name == kNYBRecordImageSubmittedNotification   ? "photo"
+                                                                                   : "photo failed";
+    const NYBDynamicValue id =
+        record->recordID().isPresent() ? record->recordID() : record->activityID();
+    lines.push_back(kind + " " + id.description());
+  }
+  return lines;
+}
+
 // Holds the archive write queue until released, so that a write is surely
 // in progress while the test saves again. The blocked block shares its state,
 // as it may still be waking when the gate goes.

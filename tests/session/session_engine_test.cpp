@@ -58,12 +58,8 @@ TEST_F(SessionEngine, SendsOneRecordAtATimeWithTheCallItsKindNeeds) {
             (std::vector<std::string>{"PUT routine/activity_id/walk%2E1/x", "PUT weight/w-7.json",
                                       "POST weight.json", "POST weight.json"}));
   // Each notification carries the service's copy, not the queued record.
-  std::vector<std::string> ids;
-  for (const Posted& each : notes.posted) {
-    EXPECT_EQ(each.name, kNYBRecordSubmittedNotification);
-    ids.push_back(each.record()->recordID().description());
-  }
-  EXPECT_EQ(ids, (std::vector<std::string>{"r-0", "w-7", "w-8", "w-9"}));
+  EXPECT_EQ(outcomes(notes), (std::vector<std::string>{"submitted r-0", "submitted w-7",
+                                                       "submitted w-8", "submitted w-9"}));
   EXPECT_EQ(notes.posted[0].record()->className(), "NYBRoutine");
   EXPECT_TRUE(queueOf(session->sessionData()).empty());
 }
@@ -86,12 +82,8 @@ TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtThe
   // puts its record at the tail and the queue rests.
   ASSERT_TRUE(runUntil([&] { return server().requests().size() == 3; }));
   settle();
-  ASSERT_EQ(notes.posted.size(), 2U);
-  for (const Posted& each : notes.posted) {
-    EXPECT_EQ(each.name, kNYBRecordSubmissionFailedNotification);
-    EXPECT_EQ(each.error()->domain(), kNYBHTTPErrorDomain);
-  }
-  EXPECT_TRUE(notes.posted[0].record()->isEqual(*first));
+  ASSERT_EQ(outcomes(notes), (std::vector<std::string>{"failed bad-400", "failed bad-499"}));
+  EXPECT_EQ(notes.posted[0].error()->domain(), kNYBHTTPErrorDomain);
   EXPECT_EQ(notes.posted[0].error()->code(), 400);
   EXPECT_EQ(notes.posted[1].error()->code(), 499);
   EXPECT_FALSE(fs::exists(photoFile));

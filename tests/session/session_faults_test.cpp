@@ -20,22 +20,6 @@ namespace {
 
 using SessionFaults = SessionTest;
 
-// Each notification as "<kind> <recordID, else activityID>".
-std::vector<std::string> outcomes(const NotificationLog& notes) {
-  std::vector<std::string> lines;
-  for (const Posted& each : notes.posted) {
-    const auto record = each.record();
-    const std::string kind = each.name == kNYBRecordSubmittedNotification          ? "submitted"
-                             : each.name == kNYBRecordSubmissionFailedNotification ? "failed"
-                             : each.name == kNYBRecordImageSubmittedNotification   ? "photo"
-                                                                                   : "photo failed";
-    const NYBDynamicValue id =
-        record->recordID().isPresent() ? record->recordID() : record->activityID();
-    lines.push_back(kind + " " + id.description());
-  }
-  return lines;
-}
-
 ScriptedResponse acceptedPhoto() {
   return ScriptedResponse::json(201, R"({"media":{"id":"m","url":"http://m/m.png"}})");
 }
