@@ -10,6 +10,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -68,6 +70,17 @@ inline ScriptedResponse refused(int status) {
       status, R"({"errors":[{"code":)" + std::to_string(status) + R"(,"message":"refused"}]})");
 }
 
+// The activity ID a JSON request body carries.
+inline std::string activityIn(const std::string& body) {
+  const std::size_t at = body.find("\"activity_id\":\"") + 15;
+  return body.substr(at, body.find('"', at) - at);
+}
+
+inline std::string bytesOf(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
 struct Posted {
   std::string name;
   NYBDynamicValue object;
@@ -109,6 +122,22 @@ class NotificationLog {
  private:
   std::vector<NYBNotificationToken> tokens_;
 };
+
+// Each notification as "<kind> <recordID, else activityID>".
+inline std::vector<std::string> outcomes(const NotificationLog& notes) {
+  std::vector<std::string> lines;
+  for (const Posted& each : notes.posted) {
+    const auto record = each.record();
+    const std::string kind = each.name == kNYBRecordSubmittedNotification          ? "submitted"
+                             : each.name == kNYBRecordSubmissionFailedNotification ? "failed"
+                             : each.name == kNYBRecordImageSubmittedNotification   ? "photo"
+                                                                                   : "photo failed";
+    const NYBDynamicValue id =
+        record->recordID().isPresent() ? record->recordID() : record->activityID();
+    lines.push_back(kind + " " + id.description());
+  }
+  return lines;
+}
 
 // Holds the archive write queue until released, so that a write is surely
 // in progress while the test saves again. The blocked block shares its state,

@@ -19,11 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string bytesOf(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 std::vector<fs::path> damagedArchivesIn(const fs::path& documents) {
   std::vector<fs::path> kept;
   for (const auto& entry : fs::directory_iterator(documents)) {

@@ -51,8 +51,6 @@ class ChangeObserver {
         });
   }
   ~ChangeObserver() { NYBNotificationCenter::defaultCenter().removeObserver(token_); }
-  ChangeObserver(const ChangeObserver&) = delete;
-  ChangeObserver& operator=(const ChangeObserver&) = delete;
 
   std::vector<const NYBObject*> objects;
   std::vector<std::thread::id> threads;
@@ -81,14 +79,12 @@ TEST_F(Reachability, FactoriesAskForTheirTargets) {
 
   const auto requests = fake->requests();
   ASSERT_EQ(requests.size(), 3U);
-  const auto& zero = reinterpret_cast<const sockaddr_in&>(requests[0].address);
-  EXPECT_EQ(zero.sin_family, AF_INET);
-  EXPECT_EQ(zero.sin_port, 0);
-  EXPECT_EQ(zero.sin_addr.s_addr, ::inet_addr("0.0.0.0"));
-  const auto& linkLocal = reinterpret_cast<const sockaddr_in&>(requests[1].address);
-  EXPECT_EQ(linkLocal.sin_family, AF_INET);
-  EXPECT_EQ(linkLocal.sin_port, 0);
-  EXPECT_EQ(linkLocal.sin_addr.s_addr, ::inet_addr("169.254.0.0"));
+  for (std::size_t n : {0U, 1U}) {
+    const auto& address = reinterpret_cast<const sockaddr_in&>(requests[n].address);
+    EXPECT_EQ(address.sin_family, AF_INET);
+    EXPECT_EQ(address.sin_port, 0);
+    EXPECT_EQ(address.sin_addr.s_addr, ::inet_addr(n == 0 ? "0.0.0.0" : "169.254.0.0"));
+  }
   EXPECT_EQ(requests[2].hostName, "api.example.com");
 
   // Each monitor owns its target and releases it when it goes.
@@ -105,50 +101,37 @@ TEST_F(Reachability, FactoriesAskForTheirTargets) {
   EXPECT_EQ(NYBReachability::reachabilityWithHostName("api.example.com"), nullptr);
 }
 
-TEST_F(Reachability, NetworkStatusRule) {
-  auto monitor = NYBReachability::reachabilityForInternetConnection();
+TEST_F(Reachability, StatusRulesAndCurrentStatus) {
+  auto internet = NYBReachability::reachabilityForInternetConnection();
+  auto wifi = NYBReachability::reachabilityForLocalWiFi();
   struct Case {
     NYBReachabilityFlags flags;
-    NYBReachabilityStatus status;
+    NYBReachabilityStatus network, local;
   };
   const Case cases[] = {
-      {0, NYBNotReachable},
-      {W | d | l, NYBNotReachable},  // nothing counts without Reachable
-      {R, NYBReachableViaWiFi},
-      {R | i, NYBReachableViaWiFi},  // intervention matters only with on-demand or on-traffic
-      {R | c, NYBNotReachable},
-      {R | c | D, NYBReachableViaWiFi},
-      {R | c | D | i, NYBNotReachable},
-      {R | c | C, NYBReachableViaWiFi},
-      {R | c | C | i, NYBNotReachable},
-      {R | W, NYBReachableViaWWAN},
-      {R | W | c | i | t, NYBReachableViaWWAN},
+      {0, NYBNotReachable, NYBNotReachable},
+      {W | d | l, NYBNotReachable, NYBNotReachable},  // nothing counts without Reachable
+      {R, NYBReachableViaWiFi, NYBNotReachable},
+      {R | d, NYBReachableViaWiFi, NYBReachableViaWiFi},
+      {R | i, NYBReachableViaWiFi, NYBNotReachable},  // intervention needs on-demand/on-traffic
+      {R | c, NYBNotReachable, NYBNotReachable},
+      {R | c | D, NYBReachableViaWiFi, NYBNotReachable},
+      {R | c | D | i, NYBNotReachable, NYBNotReachable},
+      {R | c | C, NYBReachableViaWiFi, NYBNotReachable},
+      {R | c | C | i, NYBNotReachable, NYBNotReachable},
+      {R | W, NYBReachableViaWWAN, NYBNotReachable},
+      {R | W | c | i | t, NYBReachableViaWWAN, NYBNotReachable},
+      {R | d | c | W, NYBReachableViaWWAN, NYBReachableViaWiFi},
   };
   for (const Case& each : cases) {
-    EXPECT_EQ(monitor->networkStatusForFlags(each.flags), each.status) << "flags " << each.flags;
+    EXPECT_EQ(internet->networkStatusForFlags(each.flags), each.network) << each.flags;
+    EXPECT_EQ(wifi->localWiFiStatusForFlags(each.flags), each.local) << each.flags;
+    // Each monitor judges its current flags by its own rule.
+    fake->setFlags(each.flags);
+    EXPECT_EQ(internet->currentReachabilityStatus(), each.network) << each.flags;
+    EXPECT_EQ(wifi->currentReachabilityStatus(), each.local) << each.flags;
+    EXPECT_EQ(internet->connectionRequired(), (each.flags & c) != 0) << each.flags;
   }
-}
-
-TEST_F(Reachability, LocalWiFiRuleAndCurrentStatus) {
-  auto wifi = NYBReachability::reachabilityForLocalWiFi();
-  EXPECT_EQ(wifi->localWiFiStatusForFlags(R | d), NYBReachableViaWiFi);
-  EXPECT_EQ(wifi->localWiFiStatusForFlags(R | d | c | W), NYBReachableViaWiFi);
-  EXPECT_EQ(wifi->localWiFiStatusForFlags(R), NYBNotReachable);
-  EXPECT_EQ(wifi->localWiFiStatusForFlags(d), NYBNotReachable);
-
-  // The Wi-Fi monitor judges its flags by the local rule, the others by the
-  // network rule: plain Reachable tells them apart.
-  auto internet = NYBReachability::reachabilityForInternetConnection();
-  fake->setFlags(R);
-  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBNotReachable);
-  EXPECT_EQ(internet->currentReachabilityStatus(), NYBReachableViaWiFi);
-  fake->setFlags(R | d | W);
-  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBReachableViaWiFi);
-  EXPECT_EQ(internet->currentReachabilityStatus(), NYBReachableViaWWAN);
-
-  EXPECT_FALSE(internet->connectionRequired());
-  fake->setFlags(R | c);
-  EXPECT_TRUE(internet->connectionRequired());
 
   // Unreadable flags: not reachable, no connection required, nothing logged.
   fake->setFlagsReadable(false);
@@ -214,15 +197,13 @@ TEST_F(Reachability, ChangesArePostedOnTheRunLoopThatStartedTheNotifier) {
   EXPECT_EQ(fake->liveTargetCount(), 1U);  // only the unstarted Wi-Fi monitor's
   NYBRunLoop::main().runOnce();
   EXPECT_EQ(changes.objects.size(), 3U);
-}
 
-TEST_F(Reachability, StartFailsWhenTheTargetRefuses) {
-  auto monitor = NYBReachability::reachabilityForInternetConnection();
+  // A target that refuses the callback or the run loop: no start.
   fake->setFailsSettingCallback(true);
-  EXPECT_FALSE(monitor->startNotifier());
+  EXPECT_FALSE(other->startNotifier());
   fake->setFailsSettingCallback(false);
   fake->setFailsScheduling(true);
-  EXPECT_FALSE(monitor->startNotifier());
+  EXPECT_FALSE(other->startNotifier());
   EXPECT_EQ(fake->scheduledTargetCount(), 0U);
 }
 
@@ -251,10 +232,7 @@ TEST_F(Reachability, AMonitorStartedOnAnotherThreadPostsThere) {
   EXPECT_EQ(changes.threads[0], workerID);
 }
 
-// ---- The kernel source in a network namespace of the test's own ------------
-
-// A named network namespace whose only link is the loopback, made with
-// iproute2 and deleted when the object goes.
+// A network namespace whose only link is the loopback, made with iproute2.
 class NetworkNamespace {
  public:
   NetworkNamespace() : name_("nyb-reach-" + std::to_string(::getpid())) {
@@ -266,7 +244,6 @@ class NetworkNamespace {
   }
   bool made() const { return made_; }
   const std::string& name() const { return name_; }
-  // Runs `ip -n <name> <arguments>`.
   bool inside(const std::string& arguments) const { return ip("-n " + name_ + " " + arguments); }
 
  private:

@@ -20,28 +20,6 @@ namespace {
 
 using SessionFaults = SessionTest;
 
-// Each notification as "<kind> <recordID, else activityID>".
-std::vector<std::string> outcomes(const NotificationLog& notes) {
-  std::vector<std::string> lines;
-  for (const Posted& each : notes.posted) {
-    const auto record = each.record();
-    const std::string kind = each.name == kNYBRecordSubmittedNotification          ? "submitted"
-                             : each.name == kNYBRecordSubmissionFailedNotification ? "failed"
-                             : each.name == kNYBRecordImageSubmittedNotification   ? "photo"
-                                                                                   : "photo failed";
-    const NYBDynamicValue id =
-        record->recordID().isPresent() ? record->recordID() : record->activityID();
-    lines.push_back(kind + " " + id.description());
-  }
-  return lines;
-}
-
-// The activity ID a JSON request body carries.
-std::string activityIn(const std::string& body) {
-  const std::size_t at = body.find("\"activity_id\":\"") + 15;
-  return body.substr(at, body.find('"', at) - at);
-}
-
 ScriptedResponse acceptedPhoto() {
   return ScriptedResponse::json(201, R"({"media":{"id":"m","url":"http://m/m.png"}})");
 }

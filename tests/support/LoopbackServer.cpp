@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,14 +25,8 @@ namespace nyb::test {
 
 namespace {
 
-char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
-
 bool sameName(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (lower(a[i]) != lower(b[i])) return false;
-  }
-  return true;
+  return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 std::string_view trim(std::string_view s) {
@@ -135,6 +130,12 @@ std::string statusAndHeaders(const ScriptedResponse& response, std::size_t conte
   return out;
 }
 
+ScriptedResponse ofKind(ScriptedResponse::Kind kind) {
+  ScriptedResponse response;
+  response.kind = kind;
+  return response;
+}
+
 }  // namespace
 
 const std::string* RecordedRequest::header(std::string_view name) const {
@@ -172,29 +173,14 @@ ScriptedResponse ScriptedResponse::closeMidAnswer(int status, std::string partia
 }
 
 ScriptedResponse ScriptedResponse::garbage(std::string bytes) {
-  ScriptedResponse response;
-  response.kind = Kind::Garbage;
+  ScriptedResponse response = ofKind(Kind::Garbage);
   response.body = std::move(bytes);
   return response;
 }
 
-ScriptedResponse ScriptedResponse::reset() {
-  ScriptedResponse response;
-  response.kind = Kind::Reset;
-  return response;
-}
-
-ScriptedResponse ScriptedResponse::neverAnswer() {
-  ScriptedResponse response;
-  response.kind = Kind::NeverAnswer;
-  return response;
-}
-
-ScriptedResponse ScriptedResponse::closeWithoutAnswer() {
-  ScriptedResponse response;
-  response.kind = Kind::CloseWithoutAnswer;
-  return response;
-}
+ScriptedResponse ScriptedResponse::reset() { return ofKind(Kind::Reset); }
+ScriptedResponse ScriptedResponse::neverAnswer() { return ofKind(Kind::NeverAnswer); }
+ScriptedResponse ScriptedResponse::closeWithoutAnswer() { return ofKind(Kind::CloseWithoutAnswer); }
 
 ScriptedResponse ScriptedResponse::drip(int status, std::string body,
                                         std::chrono::milliseconds interval) {
