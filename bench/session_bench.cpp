@@ -32,6 +32,7 @@
 #include <string>
 
 #include "NymbrelCore/NymbrelCore.h"
+#include "session/SessionTesting.h"
 
 extern char** environ;
 
@@ -75,7 +76,7 @@ std::shared_ptr<NYBSession> sessionWith(long queued, bool idle = false) {
   documents();
   auto reachability = std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
   auto session = NYBSession::sessionWithConfiguration({reachability});
-  if (!idle) session->setProcessingRecord(weight(-1));
+  if (!idle) nyb::session::Testing::setProcessingRecord(*session, weight(-1));
   session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
   session->sessionData()->addRecords(records(queued));
   session->saveSessionData();
@@ -86,7 +87,7 @@ std::shared_ptr<NYBSession> sessionWith(long queued, bool idle = false) {
 void finish(const std::shared_ptr<NYBSession>& session) {
   session->waitForArchiveWrites();
   session->endSession();
-  session->setProcessingRecord(nullptr);
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
 }
 
 // ---- Main-thread cost of a submission -----------------------------------------

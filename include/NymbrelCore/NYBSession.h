@@ -117,6 +117,9 @@ enum NYBSessionErrorCode : std::int64_t {
 };
 
 class NYBSession;
+namespace session {
+struct Testing;
+}
 
 // Why the last archive write did not reach the disk.
 struct NYB_EXPORT NYBArchiveWriteFailure {
@@ -260,24 +263,15 @@ class NYB_EXPORT NYBSession : public NYBObject {
   // ---- Fields -----------------------------------------------------------------
 
   bool writeInProgress() const { return writeInProgress_.load(); }
-  void setWriteInProgress(bool value) { writeInProgress_.store(value); }
   bool writeRequested() const { return writeRequested_.load(); }
-  void setWriteRequested(bool value) { writeRequested_.store(value); }
   const std::shared_ptr<NYBRecord>& processingRecord() const { return processingRecord_; }
-  void setProcessingRecord(std::shared_ptr<NYBRecord> record) {
-    processingRecord_ = std::move(record);
-  }
   // Made on first use for the session's user; null while there is no user.
   std::shared_ptr<NYBAPIClient> apiClient();
-  void setApiClient(std::shared_ptr<NYBAPIClient> client) { apiClient_ = std::move(client); }
   const std::shared_ptr<NYBReachability>& reachability() const { return reachability_; }
-  void setReachability(std::shared_ptr<NYBReachability> reachability) {
-    reachability_ = std::move(reachability);
-  }
   const std::shared_ptr<NYBSessionData>& sessionData() const { return sessionData_; }
-  void setSessionData(std::shared_ptr<NYBSessionData> sessionData) {
-    sessionData_ = std::move(sessionData);
-  }
+  // The fields change only through the operations above: setting them from
+  // outside would break the queue's invariants (tests reach them through a
+  // seam inside the library's sources, session/SessionTesting.h).
 
   // ---- The add-on hook ---------------------------------------------------------
 
@@ -300,6 +294,7 @@ class NYB_EXPORT NYBSession : public NYBObject {
 
  private:
   friend class NYBSessionClass;
+  friend struct session::Testing;
   void start(const NYBSessionConfiguration& configuration);
   // Write queue: records the outcome of one write; logs a new cause.
   void noteArchiveWrite(std::optional<NYBArchiveWriteFailure> failure);

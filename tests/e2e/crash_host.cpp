@@ -31,6 +31,7 @@
 #include <string>
 
 #include "NymbrelCore/NymbrelCore.h"
+#include "session/SessionTesting.h"
 
 namespace {
 
@@ -84,7 +85,8 @@ int submit(const std::string& tag, unsigned seed) {
 int hold() {
   auto session = startSession();
   session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
-  session->setProcessingRecord(std::make_shared<NYBWeight>());  // nothing is sent
+  nyb::session::Testing::setProcessingRecord(*session,
+                                             std::make_shared<NYBWeight>());  // nothing is sent
   auto record = std::make_shared<NYBWeight>();
   record->setActivityID("held");
   session->submitRecord(record);

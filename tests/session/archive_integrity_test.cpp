@@ -12,6 +12,7 @@
 #include "NymbrelCore/NYBKeyedArchiver.h"
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "session/SessionTestSupport.h"
+#include "session/SessionTesting.h"
 #include "support/LogCapture.h"
 
 namespace nyb::test {
@@ -80,7 +81,8 @@ TEST(ArchiveWriteHandOff, NoSaveIsLostWhenItRacesTheEndOfAWrite) {
 // for a request.
 TEST_F(ArchiveIntegrity, ASaveRacingTheEndOfAWriteIsNeverLost) {
   makeSession()->startSessionWithUser(testUser());
-  session->setProcessingRecord(weight("busy"));  // hold the queue: nothing is sent
+  nyb::session::Testing::setProcessingRecord(*session,
+                                             weight("busy"));  // hold the queue: nothing is sent
   for (int round = 0; round < 50; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     ASSERT_TRUE(session->waitForArchiveWrites(10s)) << "a save was never written";
@@ -97,7 +99,7 @@ TEST_F(ArchiveIntegrity, ASaveRacingTheEndOfAWriteIsNeverLost) {
     auto onDisk = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<NYBSessionData>();
     ASSERT_EQ(queueOf(onDisk), std::vector<std::string>{last});
   }
-  session->setProcessingRecord(nullptr);
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
 }
 
 TEST_F(ArchiveIntegrity, AFailedWriteIsReportedOncePerCauseAndTriedAgainByTheNextSave) {
@@ -111,7 +113,7 @@ TEST_F(ArchiveIntegrity, AFailedWriteIsReportedOncePerCauseAndTriedAgainByTheNex
   fs::remove(archive);
   fs::create_directories(archive / "in-the-way");
   LogCapture log;
-  session->setProcessingRecord(weight("busy"));
+  nyb::session::Testing::setProcessingRecord(*session, weight("busy"));
   for (const char* id : {"a", "b", "c"}) {
     session->submitRecord(weight(id));
     ASSERT_TRUE(session->waitForArchiveWrites());
@@ -132,7 +134,7 @@ TEST_F(ArchiveIntegrity, AFailedWriteIsReportedOncePerCauseAndTriedAgainByTheNex
   ASSERT_TRUE(session->waitForArchiveWrites());
   EXPECT_EQ(session->lastArchiveWriteFailure(), std::nullopt);
   EXPECT_NE(bytesOf(archive), before);
-  session->setProcessingRecord(nullptr);
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
   session.reset();
   makeSession();
   EXPECT_EQ(queueOf(session->sessionData()), (std::vector<std::string>{"a", "b", "c", "d"}));
@@ -142,10 +144,10 @@ TEST_F(ArchiveIntegrity, AFailedWriteIsReportedOncePerCauseAndTriedAgainByTheNex
 TEST_F(ArchiveIntegrity, ADamagedArchiveIsMovedAsideBeforeTheFirstSaveAndNeverDeleted) {
   const fs::path archive = documents.path() / "sessionData";
   makeSession()->startSessionWithUser(testUser());
-  session->setProcessingRecord(weight("busy"));
+  nyb::session::Testing::setProcessingRecord(*session, weight("busy"));
   session->submitRecord(weight("precious"));
   ASSERT_TRUE(session->waitForArchiveWrites());
-  session->setProcessingRecord(nullptr);
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
   session.reset();
   const std::string valid = bytesOf(archive);
 

@@ -6,6 +6,7 @@
 
 #include "NymbrelCore/NYBMedia.h"
 #include "session/SessionTestSupport.h"
+#include "session/SessionTesting.h"
 #include "support/LogCapture.h"
 
 namespace nyb::test {
@@ -202,7 +203,7 @@ TEST_F(SessionEngine, EndingOrRestartingASessionDiscardsItsQueueAndArchive) {
   EXPECT_TRUE(queueOf(NYBSession::sessionWithConfiguration({reachability})->sessionData()).empty());
 
   // A write still under way when the session ends does not bring it back.
-  session->setProcessingRecord(weight("busy"));
+  nyb::session::Testing::setProcessingRecord(*session, weight("busy"));
   {
     WriteQueueGate gate;
     session->submitRecord(weight("x"));
@@ -213,7 +214,7 @@ TEST_F(SessionEngine, EndingOrRestartingASessionDiscardsItsQueueAndArchive) {
   }
   EXPECT_TRUE(session->waitForArchiveWrites());
   EXPECT_FALSE(fs::exists(archive));
-  session->setProcessingRecord(nullptr);
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
 
   // An answer that comes after the end is still announced, and the save it
   // makes writes an archive of no session.
@@ -237,7 +238,7 @@ TEST_F(SessionEngine, EndingOrRestartingASessionDiscardsItsQueueAndArchive) {
   EXPECT_TRUE(session->waitForArchiveWrites());
   EXPECT_EQ(server().requests().size(), 2U);
   EXPECT_EQ(hookCalls, 3);
-  session->setProcessingRecord(nullptr);
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
 }
 
 // A damaged archive at start-up is proven by the archive integrity tests.

@@ -12,6 +12,7 @@
 
 #include "NymbrelCore/NYBKeyedArchiver.h"
 #include "session/SessionTestSupport.h"
+#include "session/SessionTesting.h"
 
 extern char** environ;
 
@@ -199,7 +200,8 @@ TEST_F(SessionFaults, AWriteUnderWayWhenTheProgramEndsIsFinished) {
   ASSERT_TRUE(WIFEXITED(status)) << status;
   EXPECT_EQ(WEXITSTATUS(status), 0);
   EXPECT_EQ(makeSession()->sessionData()->records().array()->size(), kRecords);
-  session->setProcessingRecord(nullptr);  // no user: the head was marked in flight
+  nyb::session::Testing::setProcessingRecord(*session,
+                                             nullptr);  // no user: the head was marked in flight
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "NymbrelCore/NYBMedia.h"
 #include "session/SessionTestSupport.h"
+#include "session/SessionTesting.h"
 #include "support/LogCapture.h"
 
 namespace nyb::test {
@@ -60,7 +61,8 @@ TEST_F(SessionPersistence, SavesDuringAWriteCostOneMoreWriteHoldingTheLatestStat
 
 TEST_F(SessionPersistence, TheWriteArchivesTheStateOfTheSaveAndTheQueueKeepsItsOwnRecords) {
   makeSession()->startSessionWithUser(testUser());
-  session->setProcessingRecord(weight("busy"));  // hold the queue: nothing is sent
+  nyb::session::Testing::setProcessingRecord(*session,
+                                             weight("busy"));  // hold the queue: nothing is sent
   auto mine = weight("mine", 70.0);
   session->submitRecord(mine);
   ASSERT_TRUE(session->waitForArchiveWrites());
@@ -79,7 +81,7 @@ TEST_F(SessionPersistence, TheWriteArchivesTheStateOfTheSaveAndTheQueueKeepsItsO
   EXPECT_EQ(queueOf(onDisk), (std::vector<std::string>{"mine", "second"}));
   EXPECT_EQ(onDisk->records().array()->elements()[0].objectAs<NYBRecord>()->valueForKey("weight"),
             NYBDynamicValue(70.0));
-  session->setProcessingRecord(nullptr);
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
 }
 
 // Under ThreadSanitizer: the media of an uploaded photo are added while a
