@@ -73,7 +73,11 @@ bool writeFileDurably(const std::filesystem::path& path, std::string_view bytes,
   }
   const std::filesystem::path directory =
       path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-  const std::string pattern = (directory / ("." + path.filename().string() + ".XXXXXX")).string();
+  // Built by appending: GCC 12 at -O3 warns falsely (-Wrestrict) on "." + string.
+  std::string name = ".";
+  name += path.filename().string();
+  name += ".XXXXXX";
+  const std::string pattern = (directory / name).string();
   std::vector<char> temporary(pattern.begin(), pattern.end());
   temporary.push_back('\0');
 
