@@ -125,12 +125,14 @@ class ImportCommand : public Command {
         std::chrono::milliseconds(static_cast<long long>(options_.timeoutSeconds * 1000)));
     progress->finish();
     // A line of the data directory's own rejected.jsonl is done with once its
-    // record was sent, refused again (a new line), or is in the written archive.
+    // record was sent, refused again (a new line), or is in the written archive
+    // (not while the last save failed: then the line is its only copy).
+    const bool archived = finished && !host.saveFailure();
     std::map<std::size_t, const nyb::NYBRecord*> byLine;
     for (const auto& record : records) byLine[record.line] = record.record.get();
     forgetSentRefusals(file_, documentsDirectory(options_), content, [&](std::size_t line) {
       auto record = byLine.find(line);
-      return record != byLine.end() && (finished || host.settled(*record->second));
+      return record != byLine.end() && (archived || host.settled(*record->second));
     });
     SessionHost::Tally tally = host.tally();
     std::cout << "imported " << file_ << ": " << tally.recordsSubmitted << " of " << records.size()
