@@ -96,8 +96,15 @@ void removeStaleTemporaryFiles(const std::filesystem::path& archive) {
 NYBData readWholeFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary | std::ios::ate);
   std::vector<std::uint8_t> bytes;
+  // A directory opens too, and seeks to an end near 2^63: only a regular file
+  // is read.
+  std::error_code error;
+  const std::streamoff size = std::filesystem::is_regular_file(path, error)
+                                  ? static_cast<std::streamoff>(file.tellg())
+                                  : -1;
+  if (size < 0) file.setstate(std::ios::failbit);
   if (file) {
-    bytes.resize(static_cast<std::size_t>(file.tellg()));
+    bytes.resize(static_cast<std::size_t>(size));
     file.seekg(0);
     file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   }
