@@ -218,15 +218,5 @@ TEST_F(NymbrelTool, DemoSendsEveryTypeAndAPhotoToAGivenServer) {
   EXPECT_EQ(stored("intraday")["intraday"][0]["data_points"].Size(), 4u);
 }
 
-TEST_F(NymbrelTool, EveryCommandExplainsItself) {
-  for (const char* command : {"demo", "submit", "import", "queue"}) {
-    ToolRun run = runTool({command, "--help"});
-    EXPECT_EQ(run.status, 0);
-    EXPECT_TRUE(contains(run.out, "Usage: nymbrel")) << run.out;
-  }
-  ToolRun run = runTool({"submit", "diabetes", "--help"});
-  EXPECT_TRUE(contains(run.out, "the unit of --blood-glucose: mg/dL or mmol/L")) << run.out;
-}
-
 }  // namespace
 }  // namespace nyb::test

@@ -101,20 +101,5 @@ TEST(Units, ConversionsMatchTheTableBitForBit) {
             NYBDynamicValue::Kind::Real);
 }
 
-TEST(Units, UnitTextsAreDefinedOnlyForKnownUnits) {
-  EXPECT_EQ(NYBRecord::unitStringForWeightUnit(NYBWeightUnitStones), "st");
-  EXPECT_EQ(NYBRecord::unitStringForTemperatureUnit(NYBTemperatureUnitFahrenheit), "F");
-  EXPECT_EQ(NYBRecord::unitStringForGlucoseUnit(NYBGlucoseUnitMmolL), "mmol/L");
-  // The standard units are the ones numbered 0.
-  EXPECT_EQ(NYBRecord::unitStringForWeightUnit(NYBWeightUnit(kNYBStandardWeightUnit)), "kg");
-  EXPECT_EQ(NYBRecord::unitStringForGlucoseUnit(NYBGlucoseUnit(kNYBStandardGlucoseUnit)), "mg/dL");
-  EXPECT_EQ(
-      NYBRecord::unitStringForTemperatureUnit(NYBTemperatureUnit(kNYBStandardTemperatureUnit)),
-      "C");
-  EXPECT_EQ(NYBRecord::unitStringForWeightUnit(NYBWeightUnit(3)), std::nullopt);
-  EXPECT_EQ(NYBRecord::unitStringForTemperatureUnit(NYBTemperatureUnit(kNYBNoUnitFlag)),
-            std::nullopt);
-}
-
 }  // namespace
 }  // namespace nyb
