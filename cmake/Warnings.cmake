@@ -3,6 +3,12 @@ function(nyb_warnings target)
   if(NYB_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
+  # GCC 12 at -O2/-O3 reports a false -Wrestrict inside libstdc++ for
+  # "literal" + std::string (GCC bug 105329), in any file that concatenates so.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12
+     AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    target_compile_options(${target} PRIVATE -Wno-restrict)
+  endif()
 endfunction()
 
 # RapidJSON 1.1.0 (Debian 12) adds an offset to a null pointer when its internal
