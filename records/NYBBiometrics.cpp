@@ -1,85 +1,34 @@
 #include "NymbrelCore/NYBBiometrics.h"
 
+#include <string>
+
+#include "records/DescribedRecord.h"
 #include "records/RecordSupport.h"
+#include "records/types/Biometrics.h"
 
 namespace nyb {
-
-namespace {
-
-NYBKeyMap biometricsKeyPaths() {
-  NYBKeyMap keys = NYBRecord::commonKeyPaths();
-  keys.insert(keys.end(), {{"bloodCalcium", "blood_calcium"},
-                           {"bloodChromium", "blood_chromium"},
-                           {"bloodFolicAcid", "blood_folic_acid"},
-                           {"bloodMagnesium", "blood_magnesium"},
-                           {"bloodPotassium", "blood_potassium"},
-                           {"bloodSodium", "blood_sodium"},
-                           {"bloodVitaminB12", "blood_vitamin_b12"},
-                           {"bloodZinc", "blood_zinc"},
-                           {"creatineKinase", "creatine_kinase"},
-                           {"crp", "crp"},
-                           {"diastolic", "diastolic"},
-                           {"ferritin", "ferritin"},
-                           {"hdl", "hdl"},
-                           {"hscrp", "hscrp"},
-                           {"il6", "il6"},
-                           {"ldl", "ldl"},
-                           {"restingHeartrate", "resting_heartrate"},
-                           {"systolic", "systolic"},
-                           {"testosterone", "testosterone"},
-                           {"totalCholesterol", "total_cholesterol"},
-                           {"tsh", "tsh"},
-                           {"uricAcid", "uric_acid"},
-                           {"vitaminD", "vitamin_d"},
-                           {"whiteCellCount", "white_cell_count"},
-                           {"spo2", "spo2"},
-                           {"temperature", "temperature"}});
-  // arterialPressure stays out: it never travels.
-  return keys;
-}
-
-}  // namespace
 
 const NYBRecordClass& NYBBiometrics::staticClass() {
   using T = NYBBiometrics;
   static const NYBRecordClass biometricsClass(
-      {"NYBBiometrics",
+      {std::string(records::kBiometrics.className),
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
-       NYBPropertyTable::of<T>()
-           .field("bloodCalcium", &T::bloodCalcium_)
-           .field("bloodChromium", &T::bloodChromium_)
-           .field("bloodFolicAcid", &T::bloodFolicAcid_)
-           .field("bloodMagnesium", &T::bloodMagnesium_)
-           .field("bloodPotassium", &T::bloodPotassium_)
-           .field("bloodSodium", &T::bloodSodium_)
-           .field("bloodVitaminB12", &T::bloodVitaminB12_)
-           .field("bloodZinc", &T::bloodZinc_)
-           .field("creatineKinase", &T::creatineKinase_)
-           .field("crp", &T::crp_)
-           .field("diastolic", &T::diastolic_)
-           .field("ferritin", &T::ferritin_)
-           .field("hdl", &T::hdl_)
-           .field("hscrp", &T::hscrp_)
-           .field("il6", &T::il6_)
-           .field("ldl", &T::ldl_)
-           .field("restingHeartrate", &T::restingHeartrate_)
-           .field("systolic", &T::systolic_)
-           .field("testosterone", &T::testosterone_)
-           .field("totalCholesterol", &T::totalCholesterol_)
-           .field("tsh", &T::tsh_)
-           .field("uricAcid", &T::uricAcid_)
-           .field("vitaminD", &T::vitaminD_)
-           .field("whiteCellCount", &T::whiteCellCount_)
-           .field("spo2", &T::spo2_)
-           .field("temperature", &T::temperature_)
+       records::describedProperties<records::kBiometrics, T>(
+           &T::bloodCalcium_, &T::bloodChromium_, &T::bloodFolicAcid_, &T::bloodMagnesium_,
+           &T::bloodPotassium_, &T::bloodSodium_, &T::bloodVitaminB12_, &T::bloodZinc_,
+           &T::creatineKinase_, &T::crp_, &T::diastolic_, &T::ferritin_, &T::hdl_, &T::hscrp_,
+           &T::il6_, &T::ldl_, &T::restingHeartrate_, &T::systolic_, &T::testosterone_,
+           &T::totalCholesterol_, &T::tsh_, &T::uricAcid_, &T::vitaminD_, &T::whiteCellCount_,
+           &T::spo2_, &T::temperature_)
+           // Kept on the object only: it never travels.
            .field("arterialPressure", &T::arterialPressure_),
-       biometricsKeyPaths(),
+       records::describedKeyMap(records::kBiometrics),
        {}});
   return biometricsClass;
 }
 
-NYBRecordType NYBBiometrics::recordType() const { return NYBRecordTypeBiometrics; }
+NYBRecordType NYBBiometrics::recordType() const { return NYBRecordType(records::kBiometrics.type); }
 
 NYBDynamicValue NYBBiometrics::minHeartRate() const {
   return records::extraValue(*this, "min_heartrate");

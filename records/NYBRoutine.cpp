@@ -1,34 +1,26 @@
 #include "NymbrelCore/NYBRoutine.h"
 
+#include <string>
+
+#include "records/DescribedRecord.h"
+#include "records/types/Routine.h"
+
 namespace nyb {
 
 const NYBRecordClass& NYBRoutine::staticClass() {
   using T = NYBRoutine;
-  static const NYBRecordClass routineClass({"NYBRoutine",
-                                            &NYBRecord::staticClass(),
-                                            [] { return std::make_shared<T>(); },
-                                            NYBPropertyTable::of<T>()
-                                                .field("steps", &T::steps_)
-                                                .field("distance", &T::distance_)
-                                                .field("floors", &T::floors_)
-                                                .field("elevation", &T::elevation_)
-                                                .field("caloriesBurned", &T::caloriesBurned_)
-                                                .field("activeDuration", &T::activeDuration_),
-                                            [] {
-                                              NYBKeyMap keys = NYBRecord::commonKeyPaths();
-                                              keys.insert(keys.end(),
-                                                          {{"steps", "steps"},
-                                                           {"distance", "distance"},
-                                                           {"floors", "floors"},
-                                                           {"elevation", "elevation"},
-                                                           {"caloriesBurned", "calories_burned"},
-                                                           {"activeDuration", "active_duration"}});
-                                              return keys;
-                                            }(),
-                                            {}});
+  static const NYBRecordClass routineClass(
+      {std::string(records::kRoutine.className),
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<T>(); },
+       records::describedProperties<records::kRoutine, T>(&T::steps_, &T::distance_, &T::floors_,
+                                                          &T::elevation_, &T::caloriesBurned_,
+                                                          &T::activeDuration_),
+       records::describedKeyMap(records::kRoutine),
+       {}});
   return routineClass;
 }
 
-NYBRecordType NYBRoutine::recordType() const { return NYBRecordTypeRoutine; }
+NYBRecordType NYBRoutine::recordType() const { return NYBRecordType(records::kRoutine.type); }
 
 }  // namespace nyb
