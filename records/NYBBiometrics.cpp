@@ -15,12 +15,19 @@ const NYBRecordClass& NYBBiometrics::staticClass() {
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
        records::describedProperties<records::kBiometrics, T>(
-           &T::bloodCalcium_, &T::bloodChromium_, &T::bloodFolicAcid_, &T::bloodMagnesium_,
-           &T::bloodPotassium_, &T::bloodSodium_, &T::bloodVitaminB12_, &T::bloodZinc_,
-           &T::creatineKinase_, &T::crp_, &T::diastolic_, &T::ferritin_, &T::hdl_, &T::hscrp_,
-           &T::il6_, &T::ldl_, &T::restingHeartrate_, &T::systolic_, &T::testosterone_,
-           &T::totalCholesterol_, &T::tsh_, &T::uricAcid_, &T::vitaminD_, &T::whiteCellCount_,
-           &T::spo2_, &T::temperature_)
+           NYB_DESCRIBED_MEMBER(bloodCalcium), NYB_DESCRIBED_MEMBER(bloodChromium),
+           NYB_DESCRIBED_MEMBER(bloodFolicAcid), NYB_DESCRIBED_MEMBER(bloodMagnesium),
+           NYB_DESCRIBED_MEMBER(bloodPotassium), NYB_DESCRIBED_MEMBER(bloodSodium),
+           NYB_DESCRIBED_MEMBER(bloodVitaminB12), NYB_DESCRIBED_MEMBER(bloodZinc),
+           NYB_DESCRIBED_MEMBER(creatineKinase), NYB_DESCRIBED_MEMBER(crp),
+           NYB_DESCRIBED_MEMBER(diastolic), NYB_DESCRIBED_MEMBER(ferritin),
+           NYB_DESCRIBED_MEMBER(hdl), NYB_DESCRIBED_MEMBER(hscrp), NYB_DESCRIBED_MEMBER(il6),
+           NYB_DESCRIBED_MEMBER(ldl), NYB_DESCRIBED_MEMBER(restingHeartrate),
+           NYB_DESCRIBED_MEMBER(systolic), NYB_DESCRIBED_MEMBER(testosterone),
+           NYB_DESCRIBED_MEMBER(totalCholesterol), NYB_DESCRIBED_MEMBER(tsh),
+           NYB_DESCRIBED_MEMBER(uricAcid), NYB_DESCRIBED_MEMBER(vitaminD),
+           NYB_DESCRIBED_MEMBER(whiteCellCount), NYB_DESCRIBED_MEMBER(spo2),
+           NYB_DESCRIBED_MEMBER(temperature))
            // Kept on the object only: it never travels.
            .field("arterialPressure", &T::arterialPressure_),
        records::describedKeyMap(records::kBiometrics),

@@ -120,9 +120,11 @@ const NYBDiabetesClass& NYBDiabetes::staticClass() {
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
        records::describedProperties<records::kDiabetes, T>(
-           &T::cPeptide_, &T::fastingPlasmaGlucoseTest_, &T::hba1c_, &T::insulin_,
-           &T::oralGlucoseToleranceTest_, &T::randomPlasmaGlucoseTest_, &T::triglyceride_,
-           &T::bloodGlucose_, &T::relationshipToMeal_),
+           NYB_DESCRIBED_MEMBER(cPeptide), NYB_DESCRIBED_MEMBER(fastingPlasmaGlucoseTest),
+           NYB_DESCRIBED_MEMBER(hba1c), NYB_DESCRIBED_MEMBER(insulin),
+           NYB_DESCRIBED_MEMBER(oralGlucoseToleranceTest),
+           NYB_DESCRIBED_MEMBER(randomPlasmaGlucoseTest), NYB_DESCRIBED_MEMBER(triglyceride),
+           NYB_DESCRIBED_MEMBER(bloodGlucose), NYB_DESCRIBED_MEMBER(relationshipToMeal)),
        records::describedKeyMap(records::kDiabetes),
        {{"relationshipToMealTransformer", makeRelationshipToMealTransformer}}});
   return diabetesClass;

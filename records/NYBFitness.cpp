@@ -33,7 +33,9 @@ const NYBRecordClass& NYBFitness::staticClass() {
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
        records::describedProperties<records::kFitness, T>(
-           &T::type_, &T::intensity_, &T::startTime_, &T::distance_, &T::duration_, &T::calories_),
+           NYB_DESCRIBED_MEMBER(type), NYB_DESCRIBED_MEMBER(intensity),
+           NYB_DESCRIBED_MEMBER(startTime), NYB_DESCRIBED_MEMBER(distance),
+           NYB_DESCRIBED_MEMBER(duration), NYB_DESCRIBED_MEMBER(calories)),
        records::describedKeyMap(records::kFitness),
        {{"startTimeTransformer", makeStartTimeTransformer}}});
   return fitnessClass;

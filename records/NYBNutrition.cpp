@@ -13,9 +13,10 @@ const NYBRecordClass& NYBNutrition::staticClass() {
       {std::string(records::kNutrition.className),
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
-       records::describedProperties<records::kNutrition, T>(&T::calories_, &T::carbohydrates_,
-                                                            &T::fat_, &T::fiber_, &T::protein_,
-                                                            &T::sodium_, &T::water_, &T::meal_),
+       records::describedProperties<records::kNutrition, T>(
+           NYB_DESCRIBED_MEMBER(calories), NYB_DESCRIBED_MEMBER(carbohydrates),
+           NYB_DESCRIBED_MEMBER(fat), NYB_DESCRIBED_MEMBER(fiber), NYB_DESCRIBED_MEMBER(protein),
+           NYB_DESCRIBED_MEMBER(sodium), NYB_DESCRIBED_MEMBER(water), NYB_DESCRIBED_MEMBER(meal)),
        records::describedKeyMap(records::kNutrition),
        {}});
   return nutritionClass;

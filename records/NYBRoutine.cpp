@@ -13,9 +13,10 @@ const NYBRecordClass& NYBRoutine::staticClass() {
       {std::string(records::kRoutine.className),
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
-       records::describedProperties<records::kRoutine, T>(&T::steps_, &T::distance_, &T::floors_,
-                                                          &T::elevation_, &T::caloriesBurned_,
-                                                          &T::activeDuration_),
+       records::describedProperties<records::kRoutine, T>(
+           NYB_DESCRIBED_MEMBER(steps), NYB_DESCRIBED_MEMBER(distance),
+           NYB_DESCRIBED_MEMBER(floors), NYB_DESCRIBED_MEMBER(elevation),
+           NYB_DESCRIBED_MEMBER(caloriesBurned), NYB_DESCRIBED_MEMBER(activeDuration)),
        records::describedKeyMap(records::kRoutine),
        {}});
   return routineClass;

@@ -13,8 +13,10 @@ const NYBRecordClass& NYBSleep::staticClass() {
       {std::string(records::kSleep.className),
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
-       records::describedProperties<records::kSleep, T>(&T::totalSleep_, &T::awake_, &T::deep_,
-                                                        &T::light_, &T::rem_, &T::timesWoken_),
+       records::describedProperties<records::kSleep, T>(
+           NYB_DESCRIBED_MEMBER(totalSleep), NYB_DESCRIBED_MEMBER(awake),
+           NYB_DESCRIBED_MEMBER(deep), NYB_DESCRIBED_MEMBER(light), NYB_DESCRIBED_MEMBER(rem),
+           NYB_DESCRIBED_MEMBER(timesWoken)),
        records::describedKeyMap(records::kSleep),
        {}});
   return sleepClass;

@@ -15,7 +15,9 @@ const NYBRecordClass& NYBWeight::staticClass() {
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
        records::describedProperties<records::kWeight, T>(
-           &T::weight_, &T::height_, &T::freeMass_, &T::fatPercent_, &T::massWeight_, &T::bmi_),
+           NYB_DESCRIBED_MEMBER(weight), NYB_DESCRIBED_MEMBER(height),
+           NYB_DESCRIBED_MEMBER(freeMass), NYB_DESCRIBED_MEMBER(fatPercent),
+           NYB_DESCRIBED_MEMBER(massWeight), NYB_DESCRIBED_MEMBER(bmi)),
        records::describedKeyMap(records::kWeight),
        {}});
   return weightClass;

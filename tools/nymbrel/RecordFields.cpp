@@ -17,7 +17,6 @@ using nyb::NYBRecord;
 
 namespace {
 
-constexpr auto kNumber = ValueKind::Number;
 constexpr auto kText = ValueKind::Text;
 
 // The common fields, in the order a record document lists them. The intraday
