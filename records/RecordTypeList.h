@@ -18,7 +18,7 @@
 
 namespace nyb::records {
 
-inline constexpr std::array<const RecordTypeDescription*, 8> kRecordTypes = {
+inline constexpr std::array kRecordTypes = {
     &kBiometrics, &kDiabetes, &kWeight, &kRoutine, &kNutrition, &kFitness, &kSleep, &kIntraDay};
 
 // The description of a record type; null for 0 and unknown types.

@@ -58,7 +58,7 @@ struct RecordTypeSpec {
   const FieldSpec* findField(std::string_view spelling) const;
 };
 
-// The eight record types, in record-type order.
+// The record types, in record-type order (from their descriptions).
 const std::vector<RecordTypeSpec>& recordTypes();
 // A type by its collection name or display name ("Weight", "Intraday"), any
 // case; null when there is none.
