@@ -1,85 +1,41 @@
 #include "NymbrelCore/NYBBiometrics.h"
 
+#include <string>
+
+#include "records/DescribedRecord.h"
 #include "records/RecordSupport.h"
+#include "records/types/Biometrics.h"
 
 namespace nyb {
-
-namespace {
-
-NYBKeyMap biometricsKeyPaths() {
-  NYBKeyMap keys = NYBRecord::commonKeyPaths();
-  keys.insert(keys.end(), {{"bloodCalcium", "blood_calcium"},
-                           {"bloodChromium", "blood_chromium"},
-                           {"bloodFolicAcid", "blood_folic_acid"},
-                           {"bloodMagnesium", "blood_magnesium"},
-                           {"bloodPotassium", "blood_potassium"},
-                           {"bloodSodium", "blood_sodium"},
-                           {"bloodVitaminB12", "blood_vitamin_b12"},
-                           {"bloodZinc", "blood_zinc"},
-                           {"creatineKinase", "creatine_kinase"},
-                           {"crp", "crp"},
-                           {"diastolic", "diastolic"},
-                           {"ferritin", "ferritin"},
-                           {"hdl", "hdl"},
-                           {"hscrp", "hscrp"},
-                           {"il6", "il6"},
-                           {"ldl", "ldl"},
-                           {"restingHeartrate", "resting_heartrate"},
-                           {"systolic", "systolic"},
-                           {"testosterone", "testosterone"},
-                           {"totalCholesterol", "total_cholesterol"},
-                           {"tsh", "tsh"},
-                           {"uricAcid", "uric_acid"},
-                           {"vitaminD", "vitamin_d"},
-                           {"whiteCellCount", "white_cell_count"},
-                           {"spo2", "spo2"},
-                           {"temperature", "temperature"}});
-  // arterialPressure stays out: it never travels.
-  return keys;
-}
-
-}  // namespace
 
 const NYBRecordClass& NYBBiometrics::staticClass() {
   using T = NYBBiometrics;
   static const NYBRecordClass biometricsClass(
-      {"NYBBiometrics",
+      {std::string(records::kBiometrics.className),
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
-       NYBPropertyTable::of<T>()
-           .field("bloodCalcium", &T::bloodCalcium_)
-           .field("bloodChromium", &T::bloodChromium_)
-           .field("bloodFolicAcid", &T::bloodFolicAcid_)
-           .field("bloodMagnesium", &T::bloodMagnesium_)
-           .field("bloodPotassium", &T::bloodPotassium_)
-           .field("bloodSodium", &T::bloodSodium_)
-           .field("bloodVitaminB12", &T::bloodVitaminB12_)
-           .field("bloodZinc", &T::bloodZinc_)
-           .field("creatineKinase", &T::creatineKinase_)
-           .field("crp", &T::crp_)
-           .field("diastolic", &T::diastolic_)
-           .field("ferritin", &T::ferritin_)
-           .field("hdl", &T::hdl_)
-           .field("hscrp", &T::hscrp_)
-           .field("il6", &T::il6_)
-           .field("ldl", &T::ldl_)
-           .field("restingHeartrate", &T::restingHeartrate_)
-           .field("systolic", &T::systolic_)
-           .field("testosterone", &T::testosterone_)
-           .field("totalCholesterol", &T::totalCholesterol_)
-           .field("tsh", &T::tsh_)
-           .field("uricAcid", &T::uricAcid_)
-           .field("vitaminD", &T::vitaminD_)
-           .field("whiteCellCount", &T::whiteCellCount_)
-           .field("spo2", &T::spo2_)
-           .field("temperature", &T::temperature_)
+       records::describedProperties<records::kBiometrics, T>(
+           NYB_DESCRIBED_MEMBER(bloodCalcium), NYB_DESCRIBED_MEMBER(bloodChromium),
+           NYB_DESCRIBED_MEMBER(bloodFolicAcid), NYB_DESCRIBED_MEMBER(bloodMagnesium),
+           NYB_DESCRIBED_MEMBER(bloodPotassium), NYB_DESCRIBED_MEMBER(bloodSodium),
+           NYB_DESCRIBED_MEMBER(bloodVitaminB12), NYB_DESCRIBED_MEMBER(bloodZinc),
+           NYB_DESCRIBED_MEMBER(creatineKinase), NYB_DESCRIBED_MEMBER(crp),
+           NYB_DESCRIBED_MEMBER(diastolic), NYB_DESCRIBED_MEMBER(ferritin),
+           NYB_DESCRIBED_MEMBER(hdl), NYB_DESCRIBED_MEMBER(hscrp), NYB_DESCRIBED_MEMBER(il6),
+           NYB_DESCRIBED_MEMBER(ldl), NYB_DESCRIBED_MEMBER(restingHeartrate),
+           NYB_DESCRIBED_MEMBER(systolic), NYB_DESCRIBED_MEMBER(testosterone),
+           NYB_DESCRIBED_MEMBER(totalCholesterol), NYB_DESCRIBED_MEMBER(tsh),
+           NYB_DESCRIBED_MEMBER(uricAcid), NYB_DESCRIBED_MEMBER(vitaminD),
+           NYB_DESCRIBED_MEMBER(whiteCellCount), NYB_DESCRIBED_MEMBER(spo2),
+           NYB_DESCRIBED_MEMBER(temperature))
+           // Kept on the object only: it never travels.
            .field("arterialPressure", &T::arterialPressure_),
-       biometricsKeyPaths(),
+       records::describedKeyMap(records::kBiometrics),
        {}});
   return biometricsClass;
 }
 
-NYBRecordType NYBBiometrics::recordType() const { return NYBRecordTypeBiometrics; }
+NYBRecordType NYBBiometrics::recordType() const { return NYBRecordType(records::kBiometrics.type); }
 
 NYBDynamicValue NYBBiometrics::minHeartRate() const {
   return records::extraValue(*this, "min_heartrate");

@@ -1,6 +1,8 @@
 #include "NymbrelCore/NYBDiabetes.h"
 
+#include "records/DescribedRecord.h"
 #include "records/RecordSupport.h"
+#include "records/types/Diabetes.h"
 
 namespace nyb {
 
@@ -46,20 +48,6 @@ std::shared_ptr<NYBValueTransformer> makeRelationshipToMealTransformer(
             cls.stringValueForMealRelationship(NYBMealRelationship(number.integerValue()));
         return string ? NYBDynamicValue(std::move(*string)) : NYBDynamicValue::null();
       });
-}
-
-NYBKeyMap diabetesKeyPaths() {
-  NYBKeyMap keys = NYBRecord::commonKeyPaths();
-  keys.insert(keys.end(), {{"cPeptide", "c_peptide"},
-                           {"fastingPlasmaGlucoseTest", "fasting_plasma_glucose_test"},
-                           {"hba1c", "hba1c"},
-                           {"insulin", "insulin"},
-                           {"oralGlucoseToleranceTest", "oral_glucose_tolerance_test"},
-                           {"randomPlasmaGlucoseTest", "random_plasma_glucose_test"},
-                           {"triglyceride", "triglyceride"},
-                           {"bloodGlucose", "blood_glucose"},
-                           {"relationshipToMeal", "relationship_to_meal"}});
-  return keys;
 }
 
 }  // namespace
@@ -128,25 +116,21 @@ NYBDiabetesOutOfRange NYBDiabetesClass::DiabetesOutOfRangeForStringValue(
 const NYBDiabetesClass& NYBDiabetes::staticClass() {
   using T = NYBDiabetes;
   static const NYBDiabetesClass diabetesClass(
-      {"NYBDiabetes",
+      {std::string(records::kDiabetes.className),
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
-       NYBPropertyTable::of<T>()
-           .field("cPeptide", &T::cPeptide_)
-           .field("fastingPlasmaGlucoseTest", &T::fastingPlasmaGlucoseTest_)
-           .field("hba1c", &T::hba1c_)
-           .field("insulin", &T::insulin_)
-           .field("oralGlucoseToleranceTest", &T::oralGlucoseToleranceTest_)
-           .field("randomPlasmaGlucoseTest", &T::randomPlasmaGlucoseTest_)
-           .field("triglyceride", &T::triglyceride_)
-           .field("bloodGlucose", &T::bloodGlucose_)
-           .unsignedScalar("relationshipToMeal", &T::relationshipToMeal_),
-       diabetesKeyPaths(),
+       records::describedProperties<records::kDiabetes, T>(
+           NYB_DESCRIBED_MEMBER(cPeptide), NYB_DESCRIBED_MEMBER(fastingPlasmaGlucoseTest),
+           NYB_DESCRIBED_MEMBER(hba1c), NYB_DESCRIBED_MEMBER(insulin),
+           NYB_DESCRIBED_MEMBER(oralGlucoseToleranceTest),
+           NYB_DESCRIBED_MEMBER(randomPlasmaGlucoseTest), NYB_DESCRIBED_MEMBER(triglyceride),
+           NYB_DESCRIBED_MEMBER(bloodGlucose), NYB_DESCRIBED_MEMBER(relationshipToMeal)),
+       records::describedKeyMap(records::kDiabetes),
        {{"relationshipToMealTransformer", makeRelationshipToMealTransformer}}});
   return diabetesClass;
 }
 
-NYBRecordType NYBDiabetes::recordType() const { return NYBRecordTypeDiabetes; }
+NYBRecordType NYBDiabetes::recordType() const { return NYBRecordType(records::kDiabetes.type); }
 
 NYBDiabetesEvent NYBDiabetes::diabetesEvent() const {
   NYBDynamicValue tag = records::extraValue(*this, kEventKey);

@@ -1,6 +1,11 @@
 #include "NymbrelCore/NYBFitness.h"
 
+#include <string>
+
 #include "NymbrelCore/NYBFormatter.h"
+
+#include "records/DescribedRecord.h"
+#include "records/types/Fitness.h"
 
 namespace nyb {
 
@@ -23,30 +28,19 @@ std::shared_ptr<NYBValueTransformer> makeStartTimeTransformer(const NYBModelClas
 
 const NYBRecordClass& NYBFitness::staticClass() {
   using T = NYBFitness;
-  static const NYBRecordClass fitnessClass({"NYBFitness",
-                                            &NYBRecord::staticClass(),
-                                            [] { return std::make_shared<T>(); },
-                                            NYBPropertyTable::of<T>()
-                                                .field("type", &T::type_)
-                                                .field("intensity", &T::intensity_)
-                                                .field("startTime", &T::startTime_)
-                                                .field("distance", &T::distance_)
-                                                .field("duration", &T::duration_)
-                                                .field("calories", &T::calories_),
-                                            [] {
-                                              NYBKeyMap keys = NYBRecord::commonKeyPaths();
-                                              keys.insert(keys.end(), {{"type", "type"},
-                                                                       {"intensity", "intensity"},
-                                                                       {"startTime", "start_time"},
-                                                                       {"distance", "distance"},
-                                                                       {"duration", "duration"},
-                                                                       {"calories", "calories"}});
-                                              return keys;
-                                            }(),
-                                            {{"startTimeTransformer", makeStartTimeTransformer}}});
+  static const NYBRecordClass fitnessClass(
+      {std::string(records::kFitness.className),
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<T>(); },
+       records::describedProperties<records::kFitness, T>(
+           NYB_DESCRIBED_MEMBER(type), NYB_DESCRIBED_MEMBER(intensity),
+           NYB_DESCRIBED_MEMBER(startTime), NYB_DESCRIBED_MEMBER(distance),
+           NYB_DESCRIBED_MEMBER(duration), NYB_DESCRIBED_MEMBER(calories)),
+       records::describedKeyMap(records::kFitness),
+       {{"startTimeTransformer", makeStartTimeTransformer}}});
   return fitnessClass;
 }
 
-NYBRecordType NYBFitness::recordType() const { return NYBRecordTypeFitness; }
+NYBRecordType NYBFitness::recordType() const { return NYBRecordType(records::kFitness.type); }
 
 }  // namespace nyb

@@ -3,6 +3,7 @@
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBFormatter.h"
 #include "platform/UUID.h"
+#include "records/types/IntraDay.h"
 
 namespace nyb {
 
@@ -39,7 +40,7 @@ std::optional<NYBDate> parsedUTC(const NYBDynamicValue& text) {
 const NYBRecordClass& NYBIntraDay::staticClass() {
   using T = NYBIntraDay;
   static const NYBRecordClass intraDayClass(
-      {"NYBIntraDay",
+      {std::string(records::kIntraDay.className),
        &NYBRecord::staticClass(),
        [] { return std::make_shared<T>(); },
        // The computed range and device come first, so that building from a
@@ -66,7 +67,7 @@ NYBIntraDay::NYBIntraDay()
   setActivityID(platform::newUUIDString());
 }
 
-NYBRecordType NYBIntraDay::recordType() const { return NYBRecordTypeIntraDay; }
+NYBRecordType NYBIntraDay::recordType() const { return NYBRecordType(records::kIntraDay.type); }
 
 NYBDynamicValue NYBIntraDay::type() const { return "steps"; }
 void NYBIntraDay::setType(NYBDynamicValue type) { type_ = std::move(type); }

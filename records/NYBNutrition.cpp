@@ -1,38 +1,27 @@
 #include "NymbrelCore/NYBNutrition.h"
 
+#include <string>
+
+#include "records/DescribedRecord.h"
+#include "records/types/Nutrition.h"
+
 namespace nyb {
 
 const NYBRecordClass& NYBNutrition::staticClass() {
   using T = NYBNutrition;
-  static const NYBRecordClass nutritionClass({"NYBNutrition",
-                                              &NYBRecord::staticClass(),
-                                              [] { return std::make_shared<T>(); },
-                                              NYBPropertyTable::of<T>()
-                                                  .field("calories", &T::calories_)
-                                                  .field("carbohydrates", &T::carbohydrates_)
-                                                  .field("fat", &T::fat_)
-                                                  .field("fiber", &T::fiber_)
-                                                  .field("protein", &T::protein_)
-                                                  .field("sodium", &T::sodium_)
-                                                  .field("water", &T::water_)
-                                                  .field("meal", &T::meal_),
-                                              [] {
-                                                NYBKeyMap keys = NYBRecord::commonKeyPaths();
-                                                keys.insert(keys.end(),
-                                                            {{"calories", "calories"},
-                                                             {"carbohydrates", "carbohydrates"},
-                                                             {"fat", "fat"},
-                                                             {"fiber", "fiber"},
-                                                             {"protein", "protein"},
-                                                             {"sodium", "sodium"},
-                                                             {"water", "water"},
-                                                             {"meal", "meal"}});
-                                                return keys;
-                                              }(),
-                                              {}});
+  static const NYBRecordClass nutritionClass(
+      {std::string(records::kNutrition.className),
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<T>(); },
+       records::describedProperties<records::kNutrition, T>(
+           NYB_DESCRIBED_MEMBER(calories), NYB_DESCRIBED_MEMBER(carbohydrates),
+           NYB_DESCRIBED_MEMBER(fat), NYB_DESCRIBED_MEMBER(fiber), NYB_DESCRIBED_MEMBER(protein),
+           NYB_DESCRIBED_MEMBER(sodium), NYB_DESCRIBED_MEMBER(water), NYB_DESCRIBED_MEMBER(meal)),
+       records::describedKeyMap(records::kNutrition),
+       {}});
   return nutritionClass;
 }
 
-NYBRecordType NYBNutrition::recordType() const { return NYBRecordTypeNutrition; }
+NYBRecordType NYBNutrition::recordType() const { return NYBRecordType(records::kNutrition.type); }
 
 }  // namespace nyb

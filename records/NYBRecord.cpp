@@ -5,6 +5,7 @@
 #include "NymbrelCore/NYBFormatter.h"
 #include "platform/Device.h"
 #include "platform/Log.h"
+#include "records/RecordTypeList.h"
 
 namespace nyb {
 
@@ -150,27 +151,9 @@ const NYBDynamicValue& deviceDescription() {
 // ---- NYBRecordClass --------------------------------------------------------
 
 std::string NYBRecordClass::nameForRecordType(NYBRecordType recordType) const {
-  switch (recordType) {
-    case NYBRecordTypeNone:
-      return "None";
-    case NYBRecordTypeBiometrics:
-      return "Biometrics";
-    case NYBRecordTypeDiabetes:
-      return "Diabetes";
-    case NYBRecordTypeWeight:
-      return "Weight";
-    case NYBRecordTypeRoutine:
-      return "Routine";
-    case NYBRecordTypeNutrition:
-      return "Nutrition";
-    case NYBRecordTypeFitness:
-      return "Fitness";
-    case NYBRecordTypeSleep:
-      return "Sleep";
-    case NYBRecordTypeIntraDay:
-      return "Intraday";
-  }
-  return "Unknown";
+  if (recordType == NYBRecordTypeNone) return "None";
+  const records::RecordTypeDescription* description = records::describeRecordType(recordType);
+  return description != nullptr ? std::string(description->displayName) : "Unknown";
 }
 
 NYBDynamicValue NYBRecordClass::convertWeightValue(const NYBDynamicValue& value,

@@ -1,16 +1,9 @@
 // The record operations that need the record types or the peripheral model:
 // the factories and the link between a record and its peripheral.
 
-#include "NymbrelCore/NYBBiometrics.h"
-#include "NymbrelCore/NYBDiabetes.h"
-#include "NymbrelCore/NYBFitness.h"
-#include "NymbrelCore/NYBIntraDay.h"
-#include "NymbrelCore/NYBNutrition.h"
 #include "NymbrelCore/NYBPeripheral.h"
 #include "NymbrelCore/NYBRecord.h"
-#include "NymbrelCore/NYBRoutine.h"
-#include "NymbrelCore/NYBSleep.h"
-#include "NymbrelCore/NYBWeight.h"
+#include "records/RecordTypeList.h"
 
 namespace nyb {
 
@@ -27,27 +20,13 @@ const NYBPeripheralClass* companionPeripheralClass(std::string_view name) {
 }  // namespace
 
 std::shared_ptr<NYBRecord> NYBRecordClass::newRecordWithType(NYBRecordType recordType) const {
-  switch (recordType) {
-    case NYBRecordTypeNone:
-      return nullptr;
-    case NYBRecordTypeBiometrics:
-      return std::make_shared<NYBBiometrics>();
-    case NYBRecordTypeDiabetes:
-      return std::make_shared<NYBDiabetes>();
-    case NYBRecordTypeWeight:
-      return std::make_shared<NYBWeight>();
-    case NYBRecordTypeRoutine:
-      return std::make_shared<NYBRoutine>();
-    case NYBRecordTypeNutrition:
-      return std::make_shared<NYBNutrition>();
-    case NYBRecordTypeFitness:
-      return std::make_shared<NYBFitness>();
-    case NYBRecordTypeSleep:
-      return std::make_shared<NYBSleep>();
-    case NYBRecordTypeIntraDay:
-      return std::make_shared<NYBIntraDay>();
-  }
-  return nullptr;
+  const records::RecordTypeDescription* description = records::describeRecordType(recordType);
+  if (description == nullptr) return nullptr;
+  // The class is found by the name its description gives; the record type
+  // check keeps a host class registered under that name from standing in.
+  const NYBClass* cls = NYBClass::classNamed(description->className);
+  auto record = cls != nullptr ? std::dynamic_pointer_cast<NYBRecord>(cls->newInstance()) : nullptr;
+  return record && record->recordType() == recordType ? record : nullptr;
 }
 
 std::shared_ptr<NYBRecord> NYBRecordClass::newRecordFromPeripheral(

@@ -1,34 +1,27 @@
 #include "NymbrelCore/NYBSleep.h"
 
+#include <string>
+
+#include "records/DescribedRecord.h"
+#include "records/types/Sleep.h"
+
 namespace nyb {
 
 const NYBRecordClass& NYBSleep::staticClass() {
   using T = NYBSleep;
-  static const NYBRecordClass sleepClass({"NYBSleep",
-                                          &NYBRecord::staticClass(),
-                                          [] { return std::make_shared<T>(); },
-                                          NYBPropertyTable::of<T>()
-                                              .field("totalSleep", &T::totalSleep_)
-                                              .field("awake", &T::awake_)
-                                              .field("deep", &T::deep_)
-                                              .field("light", &T::light_)
-                                              .field("rem", &T::rem_)
-                                              .field("timesWoken", &T::timesWoken_),
-                                          [] {
-                                            NYBKeyMap keys = NYBRecord::commonKeyPaths();
-                                            keys.insert(keys.end(),
-                                                        {{"totalSleep", "total_sleep"},
-                                                         {"awake", "awake"},
-                                                         {"deep", "deep"},
-                                                         {"light", "light"},
-                                                         {"rem", "rem"},
-                                                         {"timesWoken", "times_woken"}});
-                                            return keys;
-                                          }(),
-                                          {}});
+  static const NYBRecordClass sleepClass(
+      {std::string(records::kSleep.className),
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<T>(); },
+       records::describedProperties<records::kSleep, T>(
+           NYB_DESCRIBED_MEMBER(totalSleep), NYB_DESCRIBED_MEMBER(awake),
+           NYB_DESCRIBED_MEMBER(deep), NYB_DESCRIBED_MEMBER(light), NYB_DESCRIBED_MEMBER(rem),
+           NYB_DESCRIBED_MEMBER(timesWoken)),
+       records::describedKeyMap(records::kSleep),
+       {}});
   return sleepClass;
 }
 
-NYBRecordType NYBSleep::recordType() const { return NYBRecordTypeSleep; }
+NYBRecordType NYBSleep::recordType() const { return NYBRecordType(records::kSleep.type); }
 
 }  // namespace nyb

@@ -1,36 +1,29 @@
 #include "NymbrelCore/NYBWeight.h"
 
+#include <string>
+
+#include "records/DescribedRecord.h"
 #include "records/RecordSupport.h"
+#include "records/types/Weight.h"
 
 namespace nyb {
 
 const NYBRecordClass& NYBWeight::staticClass() {
   using T = NYBWeight;
-  static const NYBRecordClass weightClass({"NYBWeight",
-                                           &NYBRecord::staticClass(),
-                                           [] { return std::make_shared<T>(); },
-                                           NYBPropertyTable::of<T>()
-                                               .field("weight", &T::weight_)
-                                               .field("height", &T::height_)
-                                               .field("freeMass", &T::freeMass_)
-                                               .field("fatPercent", &T::fatPercent_)
-                                               .field("massWeight", &T::massWeight_)
-                                               .field("bmi", &T::bmi_),
-                                           [] {
-                                             NYBKeyMap keys = NYBRecord::commonKeyPaths();
-                                             keys.insert(keys.end(), {{"weight", "weight"},
-                                                                      {"height", "height"},
-                                                                      {"freeMass", "free_mass"},
-                                                                      {"fatPercent", "fat_percent"},
-                                                                      {"massWeight", "mass_weight"},
-                                                                      {"bmi", "bmi"}});
-                                             return keys;
-                                           }(),
-                                           {}});
+  static const NYBRecordClass weightClass(
+      {std::string(records::kWeight.className),
+       &NYBRecord::staticClass(),
+       [] { return std::make_shared<T>(); },
+       records::describedProperties<records::kWeight, T>(
+           NYB_DESCRIBED_MEMBER(weight), NYB_DESCRIBED_MEMBER(height),
+           NYB_DESCRIBED_MEMBER(freeMass), NYB_DESCRIBED_MEMBER(fatPercent),
+           NYB_DESCRIBED_MEMBER(massWeight), NYB_DESCRIBED_MEMBER(bmi)),
+       records::describedKeyMap(records::kWeight),
+       {}});
   return weightClass;
 }
 
-NYBRecordType NYBWeight::recordType() const { return NYBRecordTypeWeight; }
+NYBRecordType NYBWeight::recordType() const { return NYBRecordType(records::kWeight.type); }
 
 NYBDynamicValue NYBWeight::weightWithUnit(NYBWeightUnit unit) const {
   const NYBRecordClass& cls = classObject();

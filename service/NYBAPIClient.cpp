@@ -9,6 +9,7 @@
 #include "NymbrelCore/NYBMedia.h"
 #include "platform/Log.h"
 #include "platform/PercentEncoding.h"
+#include "records/RecordTypeList.h"
 
 namespace nyb {
 
@@ -166,27 +167,10 @@ std::optional<NYBURL> NYBAPIClientClass::urlForImageUploadRecord(
 
 std::optional<std::string> NYBAPIClientClass::JSONRootForRecordType(
     NYBRecordType recordType) const {
-  switch (recordType) {
-    case NYBRecordTypeNone:
-      return "";
-    case NYBRecordTypeBiometrics:
-      return "biometrics";
-    case NYBRecordTypeDiabetes:
-      return "diabetes";
-    case NYBRecordTypeWeight:
-      return "weight";
-    case NYBRecordTypeRoutine:
-      return "routine";
-    case NYBRecordTypeNutrition:
-      return "nutrition";
-    case NYBRecordTypeFitness:
-      return "fitness";
-    case NYBRecordTypeSleep:
-      return "sleep";
-    case NYBRecordTypeIntraDay:
-      return "intraday";
-  }
-  return std::nullopt;
+  if (recordType == NYBRecordTypeNone) return "";
+  const records::RecordTypeDescription* description = records::describeRecordType(recordType);
+  if (description == nullptr) return std::nullopt;
+  return std::string(description->root);
 }
 
 NYBDynamicValue NYBAPIClientClass::transformJSONObject(const NYBDynamicValue& JSONObject,

@@ -134,7 +134,7 @@ TEST(Peripherals, TypeNamesAreReadAndWrittenByTheClassAsked) {
   EXPECT_EQ(base->JSONObject()["Type"], NYBDynamicValue("Heart Rate Monitor"));
 }
 
-TEST(Peripherals, RecordsAreMadeForTheirKindAndLinkedToTheirEntry) {
+TEST(Peripherals, RecordsAreMadeForTheirKindAndFindTheirEntryAfterTheArchiveAndJSON) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
   struct {
     const NYBPeripheralClass& cls;
@@ -160,6 +160,25 @@ TEST(Peripherals, RecordsAreMadeForTheirKindAndLinkedToTheirEntry) {
     const NYBDictionary& extras = *record->extras().dictionary();
     EXPECT_EQ(extras["peripheral_id"], NYBDynamicValue(kind.id));
     EXPECT_EQ(extras["connection_type"], NYBDynamicValue(kind.cls.connectionType()));
+
+    // The archive brings the peripheral itself back.
+    auto unarchived = NYBKeyedUnarchiver::unarchiveObjectWithData(
+                          NYBKeyedArchiver::archivedDataWithRootObject(record))
+                          .objectAs<NYBRecord>();
+    ASSERT_TRUE(unarchived && unarchived->peripheral());
+    EXPECT_TRUE(unarchived->peripheral()->isEqual(*entry));
+    EXPECT_TRUE(unarchived->isEqual(*record));
+
+    // JSON carries only the extras entries; the catalogue of the class that
+    // answers the connection type gives the entry back, and the record keeps it.
+    auto parsed = std::static_pointer_cast<NYBRecord>(
+        record->classObject().modelFromJSONObject(throughJSONText(record->JSONObject())));
+    EXPECT_TRUE(parsed->associatedPeripheral().isAbsent());
+    std::shared_ptr<NYBPeripheral> found = parsed->peripheral();
+    ASSERT_TRUE(found);
+    EXPECT_EQ(&found->classObject(), &kind.cls);
+    EXPECT_TRUE(found->isEqual(*entry));
+    EXPECT_EQ(parsed->peripheral(), found);
   }
   EXPECT_FALSE(bluetooth.peripheralForID(6)->record());  // a kind without a record type
   EXPECT_FALSE(NYBRecord::newRecordFromPeripheral(nullptr));
@@ -175,35 +194,6 @@ TEST(Peripherals, RecordsAreMadeForTheirKindAndLinkedToTheirEntry) {
   weight.associatePeripheral(nullptr);
   EXPECT_TRUE(weight.extras().isAbsent());
   EXPECT_FALSE(weight.peripheral());
-}
-
-TEST(Peripherals, ARecordFindsItsPeripheralAfterTheArchiveAndJSON) {
-  for (const NYBPeripheralClass* cls :
-       {&BluetoothPeripheral::staticClass(), &OCRPeripheral::staticClass()}) {
-    SCOPED_TRACE(cls->name());
-    std::shared_ptr<NYBPeripheral> entry = cls->peripheralForID(3);
-    std::shared_ptr<NYBRecord> record = entry->record();
-
-    // The archive brings the peripheral itself back.
-    auto unarchived = NYBKeyedUnarchiver::unarchiveObjectWithData(
-                          NYBKeyedArchiver::archivedDataWithRootObject(record))
-                          .objectAs<NYBRecord>();
-    ASSERT_TRUE(unarchived);
-    ASSERT_TRUE(unarchived->peripheral());
-    EXPECT_TRUE(unarchived->peripheral()->isEqual(*entry));
-    EXPECT_TRUE(unarchived->isEqual(*record));
-
-    // JSON carries only the extras entries; the catalogue gives the entry back
-    // and the record keeps it.
-    auto parsed = std::static_pointer_cast<NYBRecord>(
-        record->classObject().modelFromJSONObject(throughJSONText(record->JSONObject())));
-    EXPECT_TRUE(parsed->associatedPeripheral().isAbsent());
-    std::shared_ptr<NYBPeripheral> found = parsed->peripheral();
-    ASSERT_TRUE(found);
-    EXPECT_EQ(&found->classObject(), cls);
-    EXPECT_TRUE(found->isEqual(*entry));
-    EXPECT_EQ(parsed->peripheral(), found);
-  }
 
   // A connection type that no present class answers, or a missing entry,
   // finds nothing.

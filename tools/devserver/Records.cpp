@@ -1,6 +1,5 @@
 #include "Records.h"
 
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -8,12 +7,11 @@
 #include <ctime>
 #include <random>
 
+#include "records/RecordTypeList.h"
+
 namespace nyb::devserver {
 
 namespace {
-
-constexpr std::array<std::string_view, 8> kRoots = {"biometrics", "diabetes", "weight", "routine",
-                                                    "nutrition",  "fitness",  "sleep",  "intraday"};
 
 // Reads `count` digits at `pos` into `value`; false if any is not a digit.
 bool digits(std::string_view text, size_t pos, size_t count, int& value) {
@@ -37,8 +35,8 @@ void setMember(rapidjson::Document& record, const char* key, rapidjson::Value va
 }  // namespace
 
 bool isRecordRoot(std::string_view root) {
-  for (auto known : kRoots) {
-    if (known == root) return true;
+  for (const records::RecordTypeDescription* type : records::kRecordTypes) {
+    if (type->root == root) return true;
   }
   return false;
 }

@@ -214,6 +214,8 @@ BuildResult buildRecord(const RecordInput& input) {
       record->setMeasurementValue(values[i], unit, field.property);
     } else if (field.setter != nullptr) {
       field.setter(*record, values[i]);
+    } else if (field.jsonKey.starts_with(kExtrasPrefix)) {
+      record->setExtraValue(values[i], field.jsonKey.substr(kExtrasPrefix.size()));
     } else {
       record->setValue(values[i], field.property);
     }

@@ -7,8 +7,10 @@
 // matching ignores case, "-" and "_".
 //
 // Each type lists its own fields first, then the common record fields its
-// document carries (the intraday record carries fewer of them). The tables
-// are built once and read-only afterwards.
+// document carries (the intraday record carries fewer of them). A type's own
+// fields come from its description (records/types/), so a new record type
+// appears here without a change to the tool. The tables are built once and
+// read-only afterwards.
 #pragma once
 
 #include <NymbrelCore/NYBRecord.h>
@@ -19,22 +21,17 @@
 #include <string_view>
 #include <vector>
 
+#include "records/RecordTypeDescription.h"
+
 namespace nymbrel {
 
-enum class ValueKind {
-  Number,            // an integer or a real
-  Text,              // any text
-  Boolean,           // true/false, yes/no, 1/0
-  DateTime,          // 2016-03-01T14:05:09+01:00, ...Z, a local time without offset, or "now"
-  MealRelationship,  // none, before, after, random, fasting
-  DiabetesEvent,     // exercise, sick, medication, other
-  OutOfRange,        // high, low
-  DataPoint,         // START/END=COUNT, repeatable
-  UtcOffset,         // +01:00, -05:30: sign, hours up to 14, colon, minutes
-};
-
+// How a field's value is read from text (see the record types' descriptions).
+using ValueKind = nyb::records::FieldKind;
 // The unit family of the one unit-bearing field of a type.
-enum class UnitFamily { None, Weight, Temperature, Glucose };
+using UnitFamily = nyb::records::FieldUnit;
+
+// A field's JSON key inside the record's "extras".
+inline constexpr std::string_view kExtrasPrefix = "extras.";
 
 // Sets a field that is not a plain property (an extras entry, a data point).
 using FieldSetter = void (*)(nyb::NYBRecord& record, const nyb::NYBDynamicValue& value);
@@ -61,7 +58,7 @@ struct RecordTypeSpec {
   const FieldSpec* findField(std::string_view spelling) const;
 };
 
-// The eight record types, in record-type order.
+// The record types, in record-type order (from their descriptions).
 const std::vector<RecordTypeSpec>& recordTypes();
 // A type by its collection name or display name ("Weight", "Intraday"), any
 // case; null when there is none.
