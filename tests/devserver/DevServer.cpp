@@ -58,6 +58,16 @@ bool DevServer::addFault(const std::string& json) const {
   return res && res->status == 201;
 }
 
+rapidjson::Document DevServer::records(const std::string& root, const std::string& user,
+                                       const std::string& token) const {
+  auto answer = client(token)->Get(collectionPath(root, user));
+  EXPECT_TRUE(answer && answer->status == 200) << collectionPath(root, user);
+  rapidjson::Document all = parse(answer ? answer->body : "{}"), list(rapidjson::kArrayType);
+  if (all.IsObject() && all.HasMember(root.c_str()))
+    list.CopyFrom(all[root.c_str()], list.GetAllocator());
+  return list;
+}
+
 std::string mediaPath(const std::string& url, const std::string& token) {
   return url.substr(url.find("/v1/")) + "?authentication_token=" + token;
 }

@@ -30,45 +30,36 @@ TEST(LifecycleTest, FileDatabaseKeepsRecordsAndMediaAcrossRestarts) {
     EXPECT_EQ(server.stop(), 0);
   }
   DevServer restarted({"--db", db});
-  auto http = restarted.client();
-  auto all = parse(http->Get(collectionPath("sleep"))->body);
-  ASSERT_EQ(all["sleep"].Size(), 1u);
-  EXPECT_STREQ(all["sleep"][0]["_id"].GetString(), recordID.c_str());
-  EXPECT_EQ(all["sleep"][0]["times_woken"].GetInt(), 2);
-  EXPECT_EQ(http->Get(mediaPath(url))->body, makePng(4, 4));
+  auto all = restarted.records("sleep");
+  ASSERT_EQ(all.Size(), 1u);
+  EXPECT_STREQ(all[0]["_id"].GetString(), recordID.c_str());
+  EXPECT_EQ(all[0]["times_woken"].GetInt(), 2);
+  EXPECT_EQ(restarted.client()->Get(mediaPath(url))->body, makePng(4, 4));
 }
 
-TEST(LifecycleTest, UsersFileDefinesWhoMayCallAndBadStartsFail) {
+TEST(LifecycleTest, UsersFileDefinesWhoMayCallHealthAnswersAndBadStartsFail) {
   TempDir dir;
   auto file = dir.path() / "users.json";
   std::ofstream(file)
       << R"({"users":[{"organization":"acme","user_id":"filed","token":"s3cret"}]})";
   DevServer server({"--users", file.string()});
-  auto http = server.client("s3cret");
-  EXPECT_EQ(http->Get(collectionPath("routine", "filed"))->status, 200);
-  EXPECT_EQ(http->Get(collectionPath("routine", kUser))->status, 401);
+  EXPECT_EQ(server.client("s3cret")->Get(collectionPath("routine", "filed"))->status, 200);
+  EXPECT_EQ(server.client("s3cret")->Get(collectionPath("routine", kUser))->status, 401);
   EXPECT_EQ(server.client()->Get(collectionPath("routine", kUser))->status, 200);
+  auto http = server.client("");
+  auto health = parse(http->Get("/health")->body);
+  EXPECT_STREQ(health["status"].GetString(), "ok");
+  EXPECT_TRUE(health["tcp_nodelay"].GetBool());
+  auto unknown = http->Get("/v1/nowhere");
+  EXPECT_EQ(unknown->status, 404);
+  EXPECT_TRUE(parse(unknown->body)["errors"].IsArray());
+  // An idle keep-alive connection does not hold up shut-down; SIGINT stops as SIGTERM does.
+  EXPECT_EQ(server.stop(SIGINT), 0);
 
   auto broken = dir.path() / "broken.json";
   std::ofstream(broken) << R"({"users":[{"organization":"acme","user_id":"x"}]})";
   EXPECT_THROW(DevServer({"--users", broken.string()}), std::runtime_error);
   EXPECT_THROW(DevServer({"--user", "acme:" + kUser + ":again"}), std::runtime_error);
-}
-
-TEST(LifecycleTest, HealthReportsNoDelaySocketsAndSignalsStopCleanly) {
-  DevServer server;
-  auto http = server.client("");
-  auto health = http->Get("/health");
-  ASSERT_EQ(health->status, 200);
-  auto status = parse(health->body);
-  EXPECT_STREQ(status["status"].GetString(), "ok");
-  EXPECT_TRUE(status["tcp_nodelay"].GetBool());
-  auto unknown = http->Get("/v1/nowhere");
-  EXPECT_EQ(unknown->status, 404);
-  EXPECT_TRUE(parse(unknown->body)["errors"].IsArray());
-
-  // An idle keep-alive connection does not hold up shut-down; SIGINT stops as SIGTERM does.
-  EXPECT_EQ(server.stop(SIGINT), 0);
 }
 
 }  // namespace
