@@ -199,18 +199,14 @@ TEST(JSONSerialization, MalformedTextGivesAnErrorAndNoValue) {
             "other values.");
   EXPECT_NE(describe("[\"\xff\"]").find("at offset 2"), std::string::npos);
   EXPECT_NE(describe(nested(513)).find("nested too deeply"), std::string::npos);
-}
 
-TEST(JSONSerialization, NestingIsBoundedAtTheSameDepthBothWays) {
+  // Writing is bounded at the same depth as reading.
   EXPECT_EQ(parse(nested(512)), nestedValue(512));
   EXPECT_EQ(write(nestedValue(512)), nested(512));
-  EXPECT_TRUE(parse(nested(513)).isAbsent());
   EXPECT_NE(writeFailure(nestedValue(513)).find("nested"), std::string::npos);
-
   std::string objects;
   for (int i = 0; i < 512; ++i) objects += "{\"a\":";
-  objects += "1" + std::string(512, '}');
-  EXPECT_TRUE(parse(objects).isDictionary());
+  EXPECT_TRUE(parse(objects + "1" + std::string(512, '}')).isDictionary());
 }
 
 TEST(JSONSerialization, ValuesJSONCannotHoldFailToWrite) {
