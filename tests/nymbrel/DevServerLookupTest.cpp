@@ -1,5 +1,6 @@
 // Where an installed nymbrel finds nymbrel-devserver: beside itself or on
 // PATH, never where this build happened to make it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "RunTool.h"
@@ -7,6 +8,9 @@
 
 namespace nyb::test {
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 TEST(DevServerLookup, BesideTheProgramOrOnPathOnly) {
   TempDir installed;
@@ -28,8 +32,8 @@ TEST(DevServerLookup, BesideTheProgramOrOnPathOnly) {
       runProgram({(bin / "nymbrel").string(), "demo", "--devserver", NYB_DEVSERVER_PATH},
                  std::vector<std::string>{"PATH=/nonexistent"});
   EXPECT_EQ(named.status, 0) << named.err;
-  EXPECT_TRUE(contains(named.out, "started nymbrel-devserver at http://127.0.0.1:")) << named.out;
-  EXPECT_TRUE(contains(named.out, "\neverything arrived: 8 records and 1 photo\n")) << named.out;
+  EXPECT_THAT(named.out, HasSubstr("started nymbrel-devserver at http://127.0.0.1:"));
+  EXPECT_THAT(named.out, HasSubstr("\neverything arrived: 8 records and 1 photo\n"));
 
   auto onPath = std::filesystem::path(NYB_DEVSERVER_PATH).parent_path().string();
   EXPECT_EQ(demo("/nonexistent:" + onPath).status, 0);
