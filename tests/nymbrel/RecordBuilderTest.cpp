@@ -226,6 +226,11 @@ TEST(RecordBuilder, DateTimesInEveryAcceptedForm) {
 // refused with their line number).
 using Cells = std::vector<std::pair<std::string, std::string>>;
 
+void expectRow(const ImportRow& row, std::size_t line, const Cells& cells) {
+  EXPECT_EQ(row.line, line);
+  EXPECT_EQ(row.cells, cells);
+}
+
 TEST(Import, CsvCellsQuotesAndTheLinesRowsStartOn) {
   ImportTable table = parseImport(
       "\xEF\xBB\xBFrecord_type, weight ,comment\r\n"
@@ -238,14 +243,13 @@ TEST(Import, CsvCellsQuotesAndTheLinesRowsStartOn) {
       "weight,74,\n",
       ImportFormat::Detect);
   ASSERT_EQ(table.rows.size(), 3u);
-  EXPECT_EQ(table.rows[0].line, 2u);
-  EXPECT_EQ(table.rows[0].cells, (Cells{{"record_type", "weight"},
-                                        {"weight", "70"},
-                                        {"comment", "before breakfast, fasting"}}));
+  expectRow(
+      table.rows[0], 2,
+      Cells{{"record_type", "weight"}, {"weight", "70"}, {"comment", "before breakfast, fasting"}});
   EXPECT_EQ(table.rows[1].line, 4u);
   EXPECT_EQ(table.rows[1].cells[2].second, "said \"hello\"\nthen left");
-  EXPECT_EQ(table.rows[2].line, 9u);  // the empty last cell is left out
-  EXPECT_EQ(table.rows[2].cells, (Cells{{"record_type", "weight"}, {"weight", "74"}}));
+  expectRow(table.rows[2], 9,
+            Cells{{"record_type", "weight"}, {"weight", "74"}});  // the empty last cell is left out
   EXPECT_EQ(table.errors, (std::vector<std::string>{"line 7: 2 cells where the header has 3",
                                                     "line 8: text after a closing quote"}));
 
@@ -270,13 +274,12 @@ TEST(Import, JsonLinesValuesArraysAndBadLines) {
       "{\"record_type\": \"weight\", \"weight\": 70.25, \"comment\": \"\"}\n",
       ImportFormat::Detect);
   ASSERT_EQ(table.rows.size(), 2u);
-  EXPECT_EQ(table.rows[0].line, 2u);
-  EXPECT_EQ(table.rows[0].cells, (Cells{{"record_type", "intraday"},
-                                        {"data_points", "a/b=1"},
-                                        {"data_points", "s/e=2.5"},
-                                        {"validated", "false"}}));
-  EXPECT_EQ(table.rows[1].line, 5u);
-  EXPECT_EQ(table.rows[1].cells, (Cells{{"record_type", "weight"}, {"weight", "70.25"}}));
+  expectRow(table.rows[0], 2,
+            Cells{{"record_type", "intraday"},
+                  {"data_points", "a/b=1"},
+                  {"data_points", "s/e=2.5"},
+                  {"validated", "false"}});
+  expectRow(table.rows[1], 5, Cells{{"record_type", "weight"}, {"weight", "70.25"}});
   ASSERT_EQ(table.errors.size(), 2u);
   EXPECT_TRUE(table.errors[0].starts_with("line 3: not a JSON object")) << table.errors[0];
   EXPECT_EQ(table.errors[1],
