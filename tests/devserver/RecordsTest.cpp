@@ -116,50 +116,39 @@ TEST_F(RecordsTest, UpdateUpsertAndDeleteFindTheirRecordOrAnswer404) {
   EXPECT_EQ(server.records("weight").Size(), 2u);
 }
 
-TEST_F(RecordsTest, EveryTokenMustBeThePathUsers) {
-  auto body = wrapped("weight", weightRecord("A-1"));
-  auto anonymous = server.client("");
-  const httplib::Result refused[] = {
-      server.client("nope")->Post(collectionPath("weight"), body, kJson),
-      http->Post(collectionPath("weight"), wrapped("weight", weightRecord("A-1"), "nope"), kJson),
-      http->Get(collectionPath("weight") + "?authentication_token=nope"),
-      server.client(kOtherToken)->Get(collectionPath("weight")),
-      http->Get(collectionPath("weight", "stranger")),
-      anonymous->Get(collectionPath("weight")),
-      anonymous->Post(collectionPath("weight"), R"({"weight":{}})", kJson)};
-  for (const auto& answer : refused) {
-    EXPECT_EQ(answer->status, 401);
-    EXPECT_EQ(parse(answer->body)["errors"][0]["code"].GetInt(), 401) << answer->body;
-  }
-  EXPECT_EQ(server.records("weight").Size(), 0u);
-
-  // One right token is enough, wherever it is.
-  EXPECT_EQ(anonymous->Post(collectionPath("weight"), body, kJson)->status, 201);
-  EXPECT_EQ(anonymous->Get(collectionPath("weight") + "?authentication_token=tok1")->status, 200);
-}
-
-TEST_F(RecordsTest, MalformedBodiesAre400AndRecordsWithoutTimestampAre422) {
+// Every token must be the path user's; malformed bodies are 400, records without a timestamp 422.
+TEST_F(RecordsTest, RefusalsAnswerAnErrorsBodyAndStoreNothing) {
   const auto weights = collectionPath("weight");
+  const auto body = wrapped("weight", weightRecord("A-1"));
   const struct {
-    std::string path, body, type;
+    std::string token, path, body, type = kJson;  // no body: a GET
     int status;
   } cases[] = {
-      {collectionPath("weights"), wrapped("weights", weightRecord("A")), kJson, 404},
-      {weights, "{\"weight\": ", kJson, 400},
-      {weights, wrapped("weight", weightRecord("A")), "text/plain", 400},
-      {weights, "[1, 2]", kJson, 400},
-      {weights, wrapped("sleep", weightRecord("A")), kJson, 400},
-      {weights, wrapped("weight", "\"heavy\""), kJson, 400},
-      {weights, wrapped("weight", "[]"), kJson, 400},
-      {weights, wrapped("weight", R"({"timestamp":"2016-03-01T14:05:09+00:00","activity_id":7})"),
-       kJson, 400},
-      {weights, wrapped("weight", R"({"timestamp":"2016-03-01 14:05:09","activity_id":"T"})"),
-       kJson, 422},
+      {"nope", weights, body, kJson, 401},
+      {kToken, weights, wrapped("weight", weightRecord("A-1"), "nope"), kJson, 401},
+      {kToken, weights + "?authentication_token=nope", "", "", 401},
+      {kOtherToken, weights, "", "", 401},
+      {kToken, collectionPath("weight", "stranger"), "", "", 401},
+      {"", weights, "", "", 401},
+      {"", weights, R"({"weight":{}})", kJson, 401},
+      {kToken, collectionPath("weights"), wrapped("weights", weightRecord("A")), kJson, 404},
+      {kToken, weights, "{\"weight\": ", kJson, 400},
+      {kToken, weights, body, "text/plain", 400},
+      {kToken, weights, "[1, 2]", kJson, 400},
+      {kToken, weights, wrapped("sleep", weightRecord("A")), kJson, 400},
+      {kToken, weights, wrapped("weight", "\"heavy\""), kJson, 400},
+      {kToken, weights, wrapped("weight", "[]"), kJson, 400},
+      {kToken, weights,
+       wrapped("weight", R"({"timestamp":"2016-03-01T14:05:09+00:00","activity_id":7})"), kJson,
+       400},
+      {kToken, weights,
+       wrapped("weight", R"({"timestamp":"2016-03-01 14:05:09","activity_id":"T"})"), kJson, 422},
   };
   for (const auto& c : cases) {
-    auto res = http->Post(c.path, c.body, c.type);
-    EXPECT_EQ(res->status, c.status) << c.body;
-    EXPECT_TRUE(parse(res->body)["errors"].IsArray()) << res->body;
+    auto client = server.client(c.token);
+    auto res = c.body.empty() ? client->Get(c.path) : client->Post(c.path, c.body, c.type);
+    EXPECT_EQ(res->status, c.status) << c.token << " " << c.path << " " << c.body;
+    EXPECT_EQ(parse(res->body)["errors"][0]["code"].GetInt(), c.status) << res->body;
   }
   // One bad record fails the whole batch; each entry names its record's activity ID.
   auto batch =
@@ -173,6 +162,11 @@ TEST_F(RecordsTest, MalformedBodiesAre400AndRecordsWithoutTimestampAre422) {
   EXPECT_STREQ(batch["errors"][0]["activity_id"].GetString(), "late");
   EXPECT_FALSE(batch["errors"][1].HasMember("activity_id"));
   EXPECT_EQ(server.records("weight").Size(), 0u);
+
+  // One right token is enough, wherever it is.
+  auto anonymous = server.client("");
+  EXPECT_EQ(anonymous->Post(weights, body, kJson)->status, 201);
+  EXPECT_EQ(anonymous->Get(weights + "?authentication_token=tok1")->status, 200);
 }
 
 TEST_F(RecordsTest, OnlyAWholePngForAKnownRecordOfTheUserBecomesItsMedia) {
