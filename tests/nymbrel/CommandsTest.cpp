@@ -113,9 +113,8 @@ TEST_F(NymbrelTool, AnotherUserMayNotDropAQueueUnasked) {
   EXPECT_EQ(run.status, 3) << run.err;
   run = runTool(as({"submit", "weight", "--weight", "72"}, kOtherUser, kOtherToken));
   EXPECT_EQ(run.status, 2);
-  EXPECT_THAT(run.err, HasSubstr("nymbrel: the data directory holds 1 record and 0 photos queued "
-                                 "for acme/u1; a session for another user (or token) would drop "
-                                 "them. Use --discard-queue"));
+  EXPECT_THAT(run.err, HasSubstr("acme/u1"));
+  EXPECT_THAT(run.err, HasSubstr("--discard-queue"));
   run = runTool(
       as({"submit", "weight", "--weight", "72", "--discard-queue"}, kOtherUser, kOtherToken));
   EXPECT_EQ(run.status, 0) << run.err;
@@ -127,54 +126,44 @@ TEST_F(NymbrelTool, BadInputIsNamedAndNothingIsSent) {
   const std::string csv = (data_.path() / "readings.csv").string();
   const std::string dir = data_.path().string();
   std::ofstream(csv) << "weight\n70\n";
-  // Arguments split at blanks; the user's options are added when withUser is set. (The
-  // builder's own messages are tested in process.)
+  // Arguments split at blanks; the user's options are added when withUser is set. Each error
+  // names what was wrong with it. (The builder's own messages are tested in process.)
   const struct {
     std::string arguments;
     bool withUser;
     int status;
-    std::string message;  // a line of standard error
+    std::string named;  // in the error line
   } cases[] = {
-      {"", false, 2, "give a command: demo, submit, import or queue (see nymbrel --help)"},
-      {"frobnicate", false, 2,
-       "\"frobnicate\" is not a command (demo, submit, import, queue; see nymbrel --help)"},
-      {"submit", true, 2, "give a record type: nymbrel submit TYPE --FIELD VALUE ..."},
-      {"submit weigth --weight 70", true, 2,
-       "\"weigth\" is not a record type (biometrics, diabetes, weight, routine, nutrition, "
-       "fitness, sleep, intraday)"},
-      {"submit weight --wieght 70", true, 2,
-       "--wieght is not a field of a weight record (see 'nymbrel submit weight --help')"},
+      {"", false, 2, "give a command"},
+      {"frobnicate", false, 2, "\"frobnicate\""},
+      {"submit", true, 2, "give a record type"},
+      {"submit weigth --weight 70", true, 2, "\"weigth\" is not a record type"},
+      {"submit weight --wieght 70", true, 2, "--wieght"},
       {"submit weight --weight 70 --image /nonexistent/meal.png", true, 2,
-       "--image: \"/nonexistent/meal.png\": no such file"},
-      {"submit weight --weight 70 --image " + csv, true, 2,
-       "--image: \"" + csv + "\" is not a PNG image"},
-      {"submit weight --weight 70 --utc-offset banana", true, 2,
-       "--utc-offset: \"banana\" is not a UTC offset such as +01:00 or -05:30"},
-      {"submit weight --weight 70 --utc-offset +25:00", true, 2,
-       "--utc-offset: \"+25:00\" is not a UTC offset"},
-      {"submit intraday --start 2016-03-02", true, 2,
-       "an intraday record needs both --start and --end"},
-      {"submit weight --weight 70 --org acme --user u1 --data-dir " + dir, false, 2,
-       "give --org, --user and --token together (missing --token)"},
-      {"submit weight --weight 70 --data-dir " + dir, false, 2,
-       "no user: give --org, --user and --token"},
+       "--image: \"/nonexistent/meal.png\""},
+      {"submit weight --weight 70 --image " + csv, true, 2, "--image: \"" + csv + "\""},
+      {"submit weight --weight 70 --utc-offset banana", true, 2, "--utc-offset: \"banana\""},
+      {"submit weight --weight 70 --utc-offset +25:00", true, 2, "--utc-offset: \"+25:00\""},
+      {"submit intraday --start 2016-03-02", true, 2, "--end"},
+      {"submit weight --weight 70 --org acme --user u1 --data-dir " + dir, false, 2, "--token"},
+      {"submit weight --weight 70 --data-dir " + dir, false, 2, "no user"},
       {"submit weight --weight 70 --server ftp://example.com", false, 2,
-       "--server: \"ftp://example.com\" is not an http or https URL"},
-      {"import " + csv + " --type walking", true, 2, "--type: \"walking\" is not a record type"},
-      {"import " + dir + "/missing.csv", true, 5, "cannot read "},
-      {"queue --bogus", false, 2, "The following argument was not expected: --bogus"},
-      {"import " + csv + " --timeout 0", true, 2,
-       "--timeout: must be a positive number of seconds, not 0"},
-      {"import " + csv + " --timeout nan", true, 2, "--timeout: must be a positive"},
-      {"import " + csv + " --timeout 1e300", true, 2, "--timeout: at most"},
+       "--server: \"ftp://example.com\""},
+      {"import " + csv + " --type walking", true, 2, "--type: \"walking\""},
+      {"import " + dir + "/missing.csv", true, 5, dir + "/missing.csv"},
+      {"queue --bogus", false, 2, "--bogus"},
+      {"import " + csv + " --timeout 0", true, 2, "--timeout"},
+      {"import " + csv + " --timeout nan", true, 2, "--timeout"},
+      {"import " + csv + " --timeout 1e300", true, 2, "--timeout"},
   };
   for (const auto& c : cases) {
     std::vector<std::string> arguments;
     std::istringstream words(c.arguments);
     for (std::string word; words >> word;) arguments.push_back(word);
     ToolRun run = runTool(c.withUser ? as(arguments) : arguments);
-    EXPECT_EQ(run.status, c.status) << c.message << "\n" << run.err;
-    EXPECT_THAT(run.err, HasSubstr("nymbrel: " + c.message)) << c.arguments;
+    EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
+    EXPECT_THAT(run.err, HasSubstr("nymbrel: ")) << c.arguments;
+    EXPECT_THAT(run.err, HasSubstr(c.named)) << c.arguments;
   }
   auto health = server_.client()->Get("/health");
   ASSERT_TRUE(health);
@@ -236,10 +225,8 @@ TEST_F(NymbrelTool, RejectedRecordsAreKeptWithTheAnswerAndImportSendsThemAgain) 
   // An expired token: the real service answer, 401, kept beside the record.
   run = runTool(as({"submit", "weight", "--weight", "150", "--unit", "lb"}, kUser, "expired"));
   EXPECT_EQ(run.status, 1) << run.err;
-  EXPECT_THAT(run.err, HasSubstr("nymbrel: 1 refused record kept in " + rejected.string() +
-                                 "; when the cause is fixed, send it again with: nymbrel "
-                                 "import " +
-                                 rejected.string()));
+  EXPECT_THAT(run.err, HasSubstr("1 refused record kept in " + rejected.string()));
+  EXPECT_THAT(run.err, HasSubstr("nymbrel import " + rejected.string()));
 
   // The record arrives but its photo is refused: kept with the stored record.
   ASSERT_TRUE(server_.addFault(R"([{"delay_ms": 1, "count": 1}, {"status": 422, "count": 1}])"));
