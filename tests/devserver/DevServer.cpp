@@ -10,13 +10,9 @@
 namespace nyb::test {
 
 DevServer::DevServer(const std::vector<std::string>& extraArguments) {
-  std::vector<std::string> arguments = {NYB_DEVSERVER_PATH,
-                                        "--port",
-                                        "0",
-                                        "--user",
-                                        kOrg + ":" + kUser + ":" + kToken,
-                                        "--user",
-                                        kOrg + ":" + kOtherUser + ":" + kOtherToken};
+  std::vector<std::string> arguments = {NYB_DEVSERVER_PATH, "--port", "0"};
+  for (const auto& [user, token] : {std::pair(kUser, kToken), std::pair(kOtherUser, kOtherToken)})
+    arguments.insert(arguments.end(), {"--user", kOrg + ":" + user + ":" + token});
   arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
   process_ = std::make_unique<ChildProcess>(arguments);
   // The first line is the base URL; wait for it, but not forever.
@@ -58,6 +54,16 @@ bool DevServer::addFault(const std::string& json) const {
   return res && res->status == 201;
 }
 
+rapidjson::Document DevServer::records(const std::string& root, const std::string& user,
+                                       const std::string& token) const {
+  auto answer = client(token)->Get(collectionPath(root, user));
+  EXPECT_TRUE(answer && answer->status == 200) << collectionPath(root, user);
+  rapidjson::Document all = parse(answer ? answer->body : "{}"), list(rapidjson::kArrayType);
+  if (all.IsObject() && all.HasMember(root.c_str()))
+    list.CopyFrom(all[root.c_str()], list.GetAllocator());
+  return list;
+}
+
 std::string mediaPath(const std::string& url, const std::string& token) {
   return url.substr(url.find("/v1/")) + "?authentication_token=" + token;
 }
@@ -67,7 +73,7 @@ std::string collectionPath(const std::string& root, const std::string& user) {
 }
 
 std::string itemPath(const std::string& root, const std::string& id, const std::string& user) {
-  return "/v1/organizations/" + kOrg + "/users/" + user + "/" + root + "/" + id + ".json";
+  return collectionPath(root + "/" + id, user);
 }
 
 std::string wrapped(const std::string& root, const std::string& recordJson,

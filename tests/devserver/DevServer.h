@@ -42,6 +42,9 @@ class DevServer {
   std::unique_ptr<httplib::Client> client(const std::string& token = kToken) const;
   // POSTs a rule to the fault endpoint; false unless it was taken.
   bool addFault(const std::string& json) const;
+  // The array of records the server holds for the user under `root`.
+  rapidjson::Document records(const std::string& root, const std::string& user = kUser,
+                              const std::string& token = kToken) const;
 
  private:
   std::unique_ptr<ChildProcess> process_;

@@ -15,7 +15,6 @@ class FaultsTest : public ::testing::Test {
     return http->Post(collectionPath("weight"), wrapped("weight", weightRecord(activityID)),
                       "application/json");
   }
-  size_t stored() { return parse(http->Get(collectionPath("weight"))->body)["weight"].Size(); }
 
   DevServer server;
   std::unique_ptr<httplib::Client> http = server.client();
@@ -31,7 +30,7 @@ TEST_F(FaultsTest, StatusFaultAnswersTheNextRequestsOfItsMethodThenServes) {
     EXPECT_EQ(res->status, 503);
     EXPECT_EQ(res->body, R"({"errors":[{"code":503,"message":"down"}]})");
   }
-  EXPECT_EQ(stored(), 0u);
+  EXPECT_EQ(server.records("weight").Size(), 0u);
   EXPECT_EQ(postRecord("B")->status, 201);
   auto rules = parse(control->Get("/control/faults")->body);
   EXPECT_EQ(rules["faults"][0]["remaining"].GetInt(), 0);

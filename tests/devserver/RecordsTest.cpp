@@ -29,12 +29,6 @@ class RecordsTest : public ::testing::Test {
     EXPECT_EQ(res->status, 201) << res->body;
     return parse(res->body)["weight"]["_id"].GetString();
   }
-  rapidjson::Document all(const std::string& root = "weight") {
-    auto res = http->Get(collectionPath(root));
-    EXPECT_EQ(res->status, 200);
-    return parse(res->body);
-  }
-  size_t count(const std::string& root = "weight") { return all(root)[root.c_str()].Size(); }
   httplib::Result upload(const std::string& id, const std::string& body,
                          const std::string& token = kToken,
                          const std::string& type = "multipart/form-data; boundary=" + kBoundary) {
@@ -61,58 +55,56 @@ TEST_F(RecordsTest, PostStampsRecordsAndAnswersThemUnderTheirRoot) {
                                std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\+00:00)")));
   EXPECT_EQ(weight["weight"].GetDouble(), 0.1 + 0.2);  // reals keep their value exactly
   EXPECT_EQ(weight["big"].GetUint64(), 12345678901234567890ULL);
+  auto several = parse(
+      http->Post(collectionPath("weight"),
+                 wrapped("weight", "[" + weightRecord("A-2") + "," + weightRecord("A-3") + "]"),
+                 kJson)
+          ->body);
+  ASSERT_EQ(several["weight"].Size(), 2u);
 
-  auto several = http->Post(
-      collectionPath("weight"),
-      wrapped("weight", "[" + weightRecord("A-2") + "," + weightRecord("A-3") + "]"), kJson);
-  ASSERT_EQ(several->status, 201) << several->body;
-  auto list = parse(several->body);
-  ASSERT_EQ(list["weight"].Size(), 2u);
-  std::set<std::string> ids = {weight["_id"].GetString(), list["weight"][0]["_id"].GetString(),
-                               list["weight"][1]["_id"].GetString()};
+  // Listed in order under ids of their own; readable one by one; other users and roots see none.
+  auto stored = server.records("weight");
+  ASSERT_EQ(stored.Size(), 3u);
+  std::set<std::string> ids;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(stored[i]["activity_id"].GetString(), "A-" + std::to_string(i + 1));
+    ids.insert(stored[i]["_id"].GetString());
+  }
   EXPECT_EQ(ids.size(), 3u);
-
-  // Listed in order; readable one by one; other users and roots see none of them.
-  auto stored = all();
-  ASSERT_EQ(stored["weight"].Size(), 3u);
-  EXPECT_STREQ(stored["weight"][0]["activity_id"].GetString(), "A-1");
-  EXPECT_STREQ(stored["weight"][2]["activity_id"].GetString(), "A-3");
   EXPECT_EQ(http->Get(itemPath("weight", weight["_id"].GetString()))->body, one->body);
-  EXPECT_EQ(count("sleep"), 0u);
-  auto other = server.client(kOtherToken)->Get(collectionPath("weight", kOtherUser));
-  EXPECT_EQ(parse(other->body)["weight"].Size(), 0u);
+  EXPECT_EQ(server.records("sleep").Size(), 0u);
+  EXPECT_EQ(server.records("weight", kOtherUser, kOtherToken).Size(), 0u);
 }
 
 TEST_F(RecordsTest, UpdateUpsertAndDeleteFindTheirRecordOrAnswer404) {
   auto id = post("A-1");
-  auto updated =
-      http->Put(itemPath("weight", id), wrapped("weight", weightRecord("A-1", 70.5)), kJson);
-  ASSERT_EQ(updated->status, 200) << updated->body;
+  auto put = [&](const std::string& path, const std::string& record) {
+    return http->Put(path, wrapped("weight", record), kJson);
+  };
+  ASSERT_EQ(put(itemPath("weight", id), weightRecord("A-1", 70.5))->status, 200);
   EXPECT_EQ(parse(http->Get(itemPath("weight", id))->body)["weight"]["weight"].GetDouble(), 70.5);
-  const std::string unknown = "0123456789abcdef01234567";
-  auto missing =
-      http->Put(itemPath("weight", unknown), wrapped("weight", weightRecord("A-1")), kJson);
+  const std::string unknown = itemPath("weight", "0123456789abcdef01234567");
+  auto missing = put(unknown, weightRecord("A-1"));
   EXPECT_EQ(missing->status, 404);
   EXPECT_EQ(parse(missing->body)["errors"][0]["code"].GetInt(), 404);
-  EXPECT_EQ(http->Get(itemPath("weight", unknown))->status, 404);
+  EXPECT_EQ(http->Get(unknown)->status, 404);
 
   // The client sends "." as %2E and leaves "/" alone, so the slash splits the path.
-  const std::string path = "/v1/organizations/acme/users/u1/weight/activity_id/a%2Eb/c";
-  auto created = http->Put(path, wrapped("weight", weightRecord("a.b/c", 60)), kJson);
+  const std::string byActivity = "/v1/organizations/acme/users/u1/weight/activity_id/";
+  auto created = put(byActivity + "a%2Eb/c", weightRecord("a.b/c", 60));
   ASSERT_EQ(created->status, 201) << created->body;
-  auto replaced = http->Put(path, wrapped("weight", weightRecord("a.b/c", 61)), kJson);
+  auto replaced = put(byActivity + "a%2Eb/c", weightRecord("a.b/c", 61));
   ASSERT_EQ(replaced->status, 200) << replaced->body;
   EXPECT_EQ(parse(created->body)["weight"]["_id"], parse(replaced->body)["weight"]["_id"]);
-  auto stored = all();
-  ASSERT_EQ(stored["weight"].Size(), 2u);
-  EXPECT_EQ(stored["weight"][1]["weight"].GetDouble(), 61);
-  EXPECT_STREQ(stored["weight"][1]["activity_id"].GetString(), "a.b/c");
+  auto stored = server.records("weight");
+  ASSERT_EQ(stored.Size(), 2u);
+  EXPECT_EQ(stored[1]["weight"].GetDouble(), 61);
+  EXPECT_STREQ(stored[1]["activity_id"].GetString(), "a.b/c");
   // A record without activity_id takes the path's; one with another is refused.
-  auto bare = http->Put("/v1/organizations/acme/users/u1/weight/activity_id/other",
-                        wrapped("weight", R"({"timestamp":"2016-03-01T14:05:09+00:00"})"), kJson);
+  auto bare = put(byActivity + "other", R"({"timestamp":"2016-03-01T14:05:09+00:00"})");
   EXPECT_EQ(bare->status, 201);
   EXPECT_STREQ(parse(bare->body)["weight"]["activity_id"].GetString(), "other");
-  EXPECT_EQ(http->Put(path, wrapped("weight", weightRecord("elsewhere")), kJson)->status, 400);
+  EXPECT_EQ(put(byActivity + "a%2Eb/c", weightRecord("elsewhere"))->status, 400);
 
   auto deleted = http->Delete(itemPath("weight", id), "{\"authentication_token\":\"tok1\"}", kJson);
   ASSERT_EQ(deleted->status, 200) << deleted->body;
@@ -121,68 +113,60 @@ TEST_F(RecordsTest, UpdateUpsertAndDeleteFindTheirRecordOrAnswer404) {
   EXPECT_TRUE(answer["message"].IsString());
   EXPECT_STREQ(answer["activity_id"].GetString(), "A-1");
   EXPECT_EQ(http->Delete(itemPath("weight", id))->status, 404);
-  EXPECT_EQ(count(), 2u);
+  EXPECT_EQ(server.records("weight").Size(), 2u);
 }
 
-TEST_F(RecordsTest, EveryTokenMustBeThePathUsers) {
-  auto body = wrapped("weight", weightRecord("A-1"));
-  auto anonymous = server.client("");
-  auto wrongHeader = server.client("nope")->Post(collectionPath("weight"), body, kJson);
-  EXPECT_EQ(wrongHeader->status, 401);
-  EXPECT_EQ(parse(wrongHeader->body)["errors"][0]["code"].GetInt(), 401);
-  const int refused[] = {
-      http->Post(collectionPath("weight"), wrapped("weight", weightRecord("A-1"), "nope"), kJson)
-          ->status,
-      http->Get(collectionPath("weight") + "?authentication_token=nope")->status,
-      server.client(kOtherToken)->Get(collectionPath("weight"))->status,
-      http->Get(collectionPath("weight", "stranger"))->status,
-      anonymous->Get(collectionPath("weight"))->status,
-      anonymous->Post(collectionPath("weight"), R"({"weight":{}})", kJson)->status};
-  for (int status : refused) EXPECT_EQ(status, 401);
-  EXPECT_EQ(count(), 0u);
-
-  // One right token is enough, wherever it is.
-  EXPECT_EQ(anonymous->Post(collectionPath("weight"), body, kJson)->status, 201);
-  EXPECT_EQ(anonymous->Get(collectionPath("weight") + "?authentication_token=tok1")->status, 200);
-}
-
-TEST_F(RecordsTest, MalformedBodiesAre400AndRecordsWithoutTimestampAre422) {
-  auto status = [&](const std::string& path, const std::string& body,
-                    const std::string& type = kJson) {
-    auto res = http->Post(path, body, type);
-    EXPECT_TRUE(parse(res->body)["errors"].IsArray()) << res->body;
-    return res->status;
+// Every token must be the path user's; malformed bodies are 400, records without a timestamp 422.
+TEST_F(RecordsTest, RefusalsAnswerAnErrorsBodyAndStoreNothing) {
+  const auto weights = collectionPath("weight");
+  const auto body = wrapped("weight", weightRecord("A-1"));
+  const struct {
+    std::string token, path, body, type = kJson;  // no body: a GET
+    int status;
+  } cases[] = {
+      {"nope", weights, body, kJson, 401},
+      {kToken, weights, wrapped("weight", weightRecord("A-1"), "nope"), kJson, 401},
+      {kToken, weights + "?authentication_token=nope", "", "", 401},
+      {kOtherToken, weights, "", "", 401},
+      {kToken, collectionPath("weight", "stranger"), "", "", 401},
+      {"", weights, "", "", 401},
+      {"", weights, R"({"weight":{}})", kJson, 401},
+      {kToken, collectionPath("weights"), wrapped("weights", weightRecord("A")), kJson, 404},
+      {kToken, weights, "{\"weight\": ", kJson, 400},
+      {kToken, weights, body, "text/plain", 400},
+      {kToken, weights, "[1, 2]", kJson, 400},
+      {kToken, weights, wrapped("sleep", weightRecord("A")), kJson, 400},
+      {kToken, weights, wrapped("weight", "\"heavy\""), kJson, 400},
+      {kToken, weights, wrapped("weight", "[]"), kJson, 400},
+      {kToken, weights,
+       wrapped("weight", R"({"timestamp":"2016-03-01T14:05:09+00:00","activity_id":7})"), kJson,
+       400},
+      {kToken, weights,
+       wrapped("weight", R"({"timestamp":"2016-03-01 14:05:09","activity_id":"T"})"), kJson, 422},
   };
-  auto weights = collectionPath("weight");
-  EXPECT_EQ(status(collectionPath("weights"), wrapped("weights", weightRecord("A"))), 404);
-  EXPECT_EQ(status(weights, "{\"weight\": "), 400);
-  EXPECT_EQ(status(weights, wrapped("weight", weightRecord("A")), "text/plain"), 400);
-  EXPECT_EQ(status(weights, "[1, 2]"), 400);
-  EXPECT_EQ(status(weights, wrapped("sleep", weightRecord("A"))), 400);
-  EXPECT_EQ(status(weights, wrapped("weight", "\"heavy\"")), 400);
-  EXPECT_EQ(status(weights, wrapped("weight", "[]")), 400);
-  EXPECT_EQ(
-      status(weights,
-             wrapped("weight", R"({"timestamp":"2016-03-01T14:05:09+00:00","activity_id":7})")),
-      400);
-  EXPECT_EQ(status(weights,
-                   wrapped("weight", R"({"timestamp":"2016-03-01 14:05:09","activity_id":"T"})")),
-            422);
-
+  for (const auto& c : cases) {
+    auto client = server.client(c.token);
+    auto res = c.body.empty() ? client->Get(c.path) : client->Post(c.path, c.body, c.type);
+    EXPECT_EQ(res->status, c.status) << c.token << " " << c.path << " " << c.body;
+    EXPECT_EQ(parse(res->body)["errors"][0]["code"].GetInt(), c.status) << res->body;
+  }
   // One bad record fails the whole batch; each entry names its record's activity ID.
   auto batch =
-      http->Post(weights,
-                 wrapped("weight", "[" + weightRecord("good") +
-                                       R"(,{"activity_id":"late","weight":1},{"weight":2}])"),
-                 kJson);
-  ASSERT_EQ(batch->status, 422);
-  auto answer = parse(batch->body);
-  auto errors = answer["errors"].GetArray();
-  ASSERT_EQ(errors.Size(), 2u);
-  EXPECT_EQ(errors[0]["code"].GetInt(), 422);
-  EXPECT_STREQ(errors[0]["activity_id"].GetString(), "late");
-  EXPECT_FALSE(errors[1].HasMember("activity_id"));
-  EXPECT_EQ(count(), 0u);
+      parse(http->Post(weights,
+                       wrapped("weight", "[" + weightRecord("good") +
+                                             R"(,{"activity_id":"late","weight":1},{"weight":2}])"),
+                       kJson)
+                ->body);
+  ASSERT_EQ(batch["errors"].Size(), 2u);
+  EXPECT_EQ(batch["errors"][0]["code"].GetInt(), 422);
+  EXPECT_STREQ(batch["errors"][0]["activity_id"].GetString(), "late");
+  EXPECT_FALSE(batch["errors"][1].HasMember("activity_id"));
+  EXPECT_EQ(server.records("weight").Size(), 0u);
+
+  // One right token is enough, wherever it is.
+  auto anonymous = server.client("");
+  EXPECT_EQ(anonymous->Post(weights, body, kJson)->status, 201);
+  EXPECT_EQ(anonymous->Get(weights + "?authentication_token=tok1")->status, 200);
 }
 
 TEST_F(RecordsTest, OnlyAWholePngForAKnownRecordOfTheUserBecomesItsMedia) {
@@ -241,13 +225,13 @@ TEST_F(RecordsTest, ConcurrentClientsAreAllAnsweredAndEachRecordIsStoredOnce) {
     });
   }
   for (auto& client : clients) client.join();
-  auto stored = all();
+  auto stored = server.records("weight");
   std::set<std::string> ids, activities;
-  for (const auto& each : stored["weight"].GetArray()) {
+  for (const auto& each : stored.GetArray()) {
     ids.insert(each["_id"].GetString());
     activities.insert(each["activity_id"].GetString());
   }
-  EXPECT_EQ(stored["weight"].Size(), size_t{kClients * kPerClient});
+  EXPECT_EQ(stored.Size(), size_t{kClients * kPerClient});
   EXPECT_EQ(ids.size(), size_t{kClients * kPerClient});
   EXPECT_EQ(activities.size(), size_t{kClients * kPerClient});
 }

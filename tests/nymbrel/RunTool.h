@@ -25,10 +25,6 @@ std::vector<std::string> withUser(std::vector<std::string> arguments, const std:
                                   const std::string& user = kUser,
                                   const std::string& token = kToken);
 
-inline bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 // Writes a real PNG file (libpng) of the given size; gives its path.
 std::string writePng(const std::string& path, unsigned width, unsigned height);
 

@@ -1,5 +1,6 @@
 // The nymbrel binary when the data directory lets it down: held by another
 // process, refusing the archive's write, or holding a damaged archive.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <NymbrelCore/NYBDocuments.h>
@@ -14,6 +15,9 @@
 
 namespace nyb::test {
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 namespace fs = std::filesystem;
 
@@ -40,11 +44,10 @@ TEST(NymbrelStorage, ABusyDirectoryAndAFailedSaveHaveTheirOwnExitCodes) {
   fs::create_directories(archive / "in-the-way");
   ToolRun run = runTool(offlineSubmit(data.path()));
   EXPECT_EQ(run.status, 6) << run.err;
-  EXPECT_TRUE(
-      contains(run.err, "nymbrel: could not save the session to " + archive.string() + ": "))
-      << run.err;
-  EXPECT_TRUE(contains(run.err, "; 1 item is not queued for a later run\n")) << run.err;
-  EXPECT_FALSE(contains(run.err, "queued;")) << run.err;
+  EXPECT_THAT(run.err,
+              HasSubstr("nymbrel: could not save the session to " + archive.string() + ": "));
+  EXPECT_THAT(run.err, HasSubstr("; 1 item is not queued for a later run\n"));
+  EXPECT_THAT(run.err, Not(HasSubstr("queued;")));
 }
 
 TEST(NymbrelStorage, ADamagedArchiveIsReportedThenKeptAndListedByQueue) {
@@ -57,13 +60,13 @@ TEST(NymbrelStorage, ADamagedArchiveIsReportedThenKeptAndListedByQueue) {
   std::ofstream(archive) << "not an archive at all";
   run = runTool({"queue", "--json", "--data-dir", data.path().string()});
   EXPECT_EQ(run.status, 5);
-  EXPECT_TRUE(contains(run.err, "nymbrel: the archive " + archive + " is damaged: ")) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("nymbrel: the archive " + archive + " is damaged: "));
   // Without a user there is nothing to continue; with one, a new session replaces it.
   run = runTool({"submit", "sleep", "--deep", "1", "--data-dir", data.path().string()});
   EXPECT_EQ(run.status, 5) << run.err;
   run = runTool(offlineSubmit(data.path()));
   EXPECT_EQ(run.status, 3) << run.err;
-  EXPECT_TRUE(contains(run.err, "is damaged: ")) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("is damaged: "));
 
   run = runTool({"queue", "--json", "--data-dir", data.path().string()});
   ASSERT_EQ(run.status, 0) << run.err;
@@ -74,9 +77,8 @@ TEST(NymbrelStorage, ADamagedArchiveIsReportedThenKeptAndListedByQueue) {
   std::ifstream file(kept, std::ios::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "not an archive at all");
   run = runTool({"queue", "--data-dir", data.path().string()});
-  EXPECT_TRUE(
-      contains(run.out, "Damaged archives kept for recovery: 1\n  " + kept + " (21 bytes)\n"))
-      << run.out;
+  EXPECT_THAT(run.out,
+              HasSubstr("Damaged archives kept for recovery: 1\n  " + kept + " (21 bytes)\n"));
 }
 
 }  // namespace
