@@ -48,7 +48,7 @@ std::shared_ptr<NYBSessionData> pastSession() {
 }
 
 TEST_F(SessionTest, AnArchiveOfAnEarlierReleaseLoadsWithEveryRecordAndTheUser) {
-  const auto source = std::filesystem::path(__FILE__).parent_path() / "data/sessionData-v1";
+  const auto source = std::filesystem::path(NYB_TEST_SOURCE_DIR) / "data/sessionData-v1";
   std::filesystem::copy_file(source, documents.path() / "sessionData");
   auto session = makeSession();
   const auto loaded = session->sessionData();
