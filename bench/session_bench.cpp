@@ -236,24 +236,23 @@ BENCHMARK(RawRead)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(5);
 
-// Unpacks what msgpack-cxx can see of the archive as its generic tree: an
-// object is an ext whose payload holds its class name and keyed map, so those
-// are unpacked too, as the archive's own reader walks them.
-void unpackTree(const msgpack::object& value, std::vector<msgpack::object_handle>& trees) {
+// Unpacks what msgpack-cxx can see of the archive as its generic tree, in
+// one zone: an object is an ext whose payload holds its class name and keyed
+// map, so those are unpacked too, as the archive's own reader walks them.
+void unpackTree(const msgpack::object& value, msgpack::zone& zone) {
   constexpr std::int8_t kObjectExt = 5;
   if (value.type == msgpack::type::ARRAY) {
     for (std::uint32_t i = 0; i < value.via.array.size; ++i)
-      unpackTree(value.via.array.ptr[i], trees);
+      unpackTree(value.via.array.ptr[i], zone);
   } else if (value.type == msgpack::type::MAP) {
     for (std::uint32_t i = 0; i < value.via.map.size; ++i) {
-      unpackTree(value.via.map.ptr[i].key, trees);
-      unpackTree(value.via.map.ptr[i].val, trees);
+      unpackTree(value.via.map.ptr[i].key, zone);
+      unpackTree(value.via.map.ptr[i].val, zone);
     }
   } else if (value.type == msgpack::type::EXT && value.via.ext.type() == kObjectExt) {
     std::size_t offset = 0;
-    trees.push_back(msgpack::unpack(value.via.ext.data(), value.via.ext.size, offset));
-    trees.push_back(msgpack::unpack(value.via.ext.data(), value.via.ext.size, offset));
-    unpackTree(trees.back().get(), trees);
+    msgpack::unpack(zone, value.via.ext.data(), value.via.ext.size, offset);  // the class name
+    unpackTree(msgpack::unpack(zone, value.via.ext.data(), value.via.ext.size, offset), zone);
   }
 }
 
@@ -261,10 +260,10 @@ void MsgpackUnpack(benchmark::State& state) {
   const std::string bytes = archiveBytes(state.range(0));
   constexpr std::size_t kHeader = 5;  // "NYBA" and the version
   for (auto _ : state) {
-    std::vector<msgpack::object_handle> trees;
-    trees.push_back(msgpack::unpack(bytes.data() + kHeader, bytes.size() - kHeader));
-    unpackTree(trees.back().get(), trees);
-    benchmark::DoNotOptimize(trees.data());
+    msgpack::zone zone;
+    std::size_t offset = 0;
+    unpackTree(msgpack::unpack(zone, bytes.data() + kHeader, bytes.size() - kHeader, offset), zone);
+    benchmark::DoNotOptimize(&zone);
   }
 }
 BENCHMARK(MsgpackUnpack)

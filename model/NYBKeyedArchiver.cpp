@@ -33,7 +33,11 @@ namespace {
 class Encoder {
  public:
   // `depth`: the containers the values written will sit in.
-  explicit Encoder(std::size_t depth = 0) : packer_(*this), depth_(depth) { bytes_.reserve(256); }
+  // `storage`: an empty buffer whose capacity is used.
+  explicit Encoder(std::size_t depth = 0, std::vector<std::uint8_t> storage = {})
+      : bytes_(std::move(storage)), packer_(*this), depth_(depth) {
+    bytes_.reserve(256);
+  }
   Encoder(const Encoder&) = delete;
   Encoder& operator=(const Encoder&) = delete;
 
@@ -268,14 +272,22 @@ NYBKeyedArchiver::NYBKeyedArchiver(Impl* impl) : impl_(impl) {}
 NYBKeyedArchiver::~NYBKeyedArchiver() = default;
 
 NYBData NYBKeyedArchiver::archivedDataWithRootObject(const NYBDynamicValue& root) {
-  Encoder encoder;
+  std::vector<std::uint8_t> bytes;
+  archiveRootObject(root, bytes);
+  return NYBData(std::move(bytes));
+}
+
+void NYBKeyedArchiver::archiveRootObject(const NYBDynamicValue& root,
+                                         std::vector<std::uint8_t>& bytes) {
+  bytes.clear();
+  Encoder encoder(0, std::move(bytes));
   encoder.writeHeader();
   if (root.isAbsent()) {
     encoder.writeAbsentRoot();
   } else {
     encoder.writeValue(root);
   }
-  return NYBData(encoder.take());
+  bytes = encoder.take();
 }
 
 namespace archive {

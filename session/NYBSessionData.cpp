@@ -84,6 +84,7 @@ NYBSessionData::~NYBSessionData() = default;
 std::shared_ptr<NYBSessionData> NYBSessionData::snapshot() const {
   auto copy = std::make_shared<NYBSessionData>();
   *copy->queue_ = *queue_;
+  copy->queueStale_ = queueStale_;
   copy->records_ = records_;
   copy->recordsCached_ = recordsCached_;
   // Every property but the queue, as the model base copies them.
@@ -100,9 +101,9 @@ void NYBSessionData::encodeWithCoder(NYBKeyedArchiver& coder) const {
     return;
   }
   std::vector<std::string_view> encoded;
-  encoded.reserve(queue_->size());
+  encoded.reserve(queue().size());
   try {
-    queue_->forEach(
+    queue().forEach(
         [&](const RecordQueue::Element& element) { encoded.push_back(element->encoded()); });
     archive::encodeEncodedArray(coder, kRecordsKey, encoded);
   } catch (const NYBException& failure) {
@@ -130,6 +131,7 @@ void NYBSessionData::setEncodedRecords(std::shared_ptr<const NYBData> archive,
     queue.pushBack(std::make_shared<const QueuedElement>(archive, bytes));
   }
   *queue_ = std::move(queue);
+  queueStale_ = false;
   changedQueue();
 }
 
@@ -159,9 +161,9 @@ NYBDynamicValue decoded(const RecordQueue::Element& element, std::size_t& damage
 const NYBDynamicValue& NYBSessionData::records() const {
   if (recordsCached_) return records_;
   std::vector<NYBDynamicValue> values;
-  values.reserve(queue_->size());
+  values.reserve(queue().size());
   const std::size_t damagedBefore = damagedRecords_;
-  queue_->forEach([&](const RecordQueue::Element& element) {
+  queue().forEach([&](const RecordQueue::Element& element) {
     NYBDynamicValue value = decoded(element, damagedRecords_);
     if (value.isPresent()) values.push_back(std::move(value));
   });
@@ -179,29 +181,35 @@ const NYBDynamicValue& NYBSessionData::records() const {
 }
 
 void NYBSessionData::setRecords(NYBDynamicValue records) {
-  RecordQueue queue;
-  if (const NYBArray* array = records.array()) {
-    for (const NYBDynamicValue& record : *array) {
+  // Kept as given, as any property's value is; an array becomes the queue
+  // when the queue is first used, so that a model copy costs no pass.
+  queueStale_ = records.isArray();
+  records_ = std::move(records);
+  recordsCached_ = true;
+  *queue_ = RecordQueue();
+}
+
+RecordQueue& NYBSessionData::queue() const {
+  if (queueStale_) {
+    queueStale_ = false;
+    RecordQueue queue;
+    for (const NYBDynamicValue& record : *records_.array()) {
       queue.pushBack(std::make_shared<const QueuedElement>(record));
     }
-    recordsCached_ = false;
-  } else {
-    // Kept as given, as any property's value is.
-    records_ = std::move(records);
-    recordsCached_ = true;
+    *queue_ = std::move(queue);
   }
-  *queue_ = std::move(queue);
+  return *queue_;
 }
 
 void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record) {
   if (!record) return;
-  queue_->pushBack(std::make_shared<const QueuedElement>(record));
+  queue().pushBack(std::make_shared<const QueuedElement>(record));
   changedQueue();
 }
 
 void NYBSessionData::addRecords(const std::vector<std::shared_ptr<NYBRecord>>& records) {
   for (const auto& record : records) {
-    if (record) queue_->pushBack(std::make_shared<const QueuedElement>(record));
+    if (record) queue().pushBack(std::make_shared<const QueuedElement>(record));
   }
   changedQueue();
 }
@@ -211,32 +219,32 @@ void NYBSessionData::addRecords(const NYBDynamicValue& records) {
   if (added == nullptr) return;
   for (const NYBDynamicValue& record : *added) {
     if (record.objectAs<NYBRecord>())
-      queue_->pushBack(std::make_shared<const QueuedElement>(record));
+      queue().pushBack(std::make_shared<const QueuedElement>(record));
   }
   changedQueue();
 }
 
 std::shared_ptr<NYBRecord> NYBSessionData::peekNextRecord() const {
-  while (!queue_->empty()) {
-    const NYBDynamicValue head = decoded(queue_->front(), damagedRecords_);
+  while (!queue().empty()) {
+    const NYBDynamicValue head = decoded(queue().front(), damagedRecords_);
     if (head.isPresent()) return head.objectAs<NYBRecord>();
-    queue_->popFront();
+    queue().popFront();
     recordsCached_ = false;
   }
   return nullptr;
 }
 
 void NYBSessionData::removeNextRecordIfMatch(const std::shared_ptr<NYBRecord>& record) {
-  if (!record || queue_->empty()) return;
-  const NYBDynamicValue head = decoded(queue_->front(), damagedRecords_);
+  if (!record || queue().empty()) return;
+  const NYBDynamicValue head = decoded(queue().front(), damagedRecords_);
   if (!head.isEqual(NYBDynamicValue(record))) return;
-  queue_->popFront();
+  queue().popFront();
   changedQueue();
 }
 
 bool NYBSessionData::hasRecords() const {
   peekNextRecord();  // a damaged head leaves first
-  return !queue_->empty();
+  return !queue().empty();
 }
 
 // MARK: - Photos

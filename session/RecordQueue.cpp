@@ -19,46 +19,70 @@ std::string_view QueuedElement::encoded() const {
   return bytes_;
 }
 
-// Only the live chunks are copied, so a copy never carries the emptied ones.
 RecordQueue::RecordQueue(const RecordQueue& other)
-    : chunks_(other.chunks_.begin() + static_cast<std::ptrdiff_t>(other.first_),
-              other.chunks_.end()),
+    : spine_(other.spine_),
+      spineShared_(true),
+      tailShared_(true),
+      first_(other.first_),
       head_(other.head_),
-      size_(other.size_) {}
+      size_(other.size_) {
+  other.spineShared_ = other.tailShared_ = true;
+}
 
 RecordQueue& RecordQueue::operator=(const RecordQueue& other) {
   if (this != &other) *this = RecordQueue(other);
   return *this;
 }
 
+RecordQueue::Spine& RecordQueue::ownSpine() {
+  if (!spine_) {
+    spine_ = std::make_shared<Spine>();
+    first_ = 0;
+  } else if (spineShared_) {
+    auto copy = std::make_shared<Spine>();
+    copy->chunks.assign(spine_->chunks.begin() + static_cast<std::ptrdiff_t>(first_),
+                        spine_->chunks.end());
+    spine_ = std::move(copy);
+    first_ = 0;
+  }
+  spineShared_ = false;
+  return *spine_;
+}
+
 void RecordQueue::pushBack(Element element) {
-  if (chunks_.size() == first_ || chunks_.back()->elements.size() == kChunkSize) {
-    chunks_.push_back(std::make_shared<Chunk>());
-    chunks_.back()->elements.reserve(kChunkSize);
-  } else if (chunks_.back().use_count() > 1) {
-    // Shared with a copy: appending in place would change what it holds.
+  auto& chunks = ownSpine().chunks;
+  if (chunks.size() == first_ || chunks.back()->elements.size() == kChunkSize) {
+    chunks.push_back(std::make_shared<Chunk>());
+    chunks.back()->elements.reserve(kChunkSize);
+  } else if (tailShared_) {
     auto copy = std::make_shared<Chunk>();
     copy->elements.reserve(kChunkSize);
-    copy->elements = chunks_.back()->elements;
-    chunks_.back() = std::move(copy);
+    copy->elements = chunks.back()->elements;
+    chunks.back() = std::move(copy);
   }
-  chunks_.back()->elements.push_back(std::move(element));
+  tailShared_ = false;
+  chunks.back()->elements.push_back(std::move(element));
   ++size_;
 }
 
 void RecordQueue::popFront() {
   if (size_ == 0) return;
   --size_;
-  if (++head_ < chunks_[first_]->elements.size()) return;
-  chunks_[first_++].reset();
+  if (++head_ < spine_->chunks[first_]->elements.size()) return;
+  ++first_;
   head_ = 0;
   if (size_ == 0) {
-    chunks_.clear();
+    spine_.reset();
     first_ = 0;
-  } else if (first_ * 2 > chunks_.size()) {
-    // Amortised: each emptied slot is moved at most once.
-    chunks_.erase(chunks_.begin(), chunks_.begin() + static_cast<std::ptrdiff_t>(first_));
-    first_ = 0;
+  } else if (first_ * 2 > spine_->chunks.size()) {
+    // Amortised: the live chunks are fewer than the emptied ones.
+    if (spineShared_) {
+      ownSpine();
+    } else {
+      spine_->chunks.erase(spine_->chunks.begin(),
+                           spine_->chunks.begin() + static_cast<std::ptrdiff_t>(first_));
+      first_ = 0;
+    }
   }
 }
 

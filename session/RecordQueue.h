@@ -1,12 +1,18 @@
 // The upload queue's storage: a sequence of queued elements in chunks, so that
 // appending at the tail and removing the head cost the same whatever the
 // backlog, and a copy (the snapshot a save hands to the write queue) shares
-// every chunk with the original.
+// all of it with the original.
 //
-// A chunk is changed in place only while one queue alone holds it; a queue
-// that shares its tail chunk copies that one chunk (at most kChunkSize
-// pointers) before it appends. Removing the head only moves an offset. So a
-// copy costs one pointer per chunk, a change at most one chunk.
+// The list of chunks (the spine) and the chunks are shared between copies and
+// never changed once a copy may see them: a queue that was copied copies the
+// spine (one pointer per chunk) and its tail chunk (at most kChunkSize
+// pointers) at its next append, and changes them in place from then on until
+// it is copied again. Removing the head only moves offsets (emptied chunks
+// are let go once they outnumber the live ones). So a copy costs a reference
+// count, removing the head a constant, and an append a constant, or one pass
+// over the spine when it is the first since a copy. Whether a copy may see
+// them is tracked by flags, not reference counts, which another thread may
+// be lowering without any ordering with this one.
 //
 // Each element keeps its value (a record) and the bytes the archive holds for
 // it, and makes either from the other once, when first asked: a record loaded
@@ -57,6 +63,7 @@ class RecordQueue {
   static constexpr std::size_t kChunkSize = 256;
 
   RecordQueue() = default;
+  // Shares everything; from now on neither queue changes what the other sees.
   RecordQueue(const RecordQueue& other);
   RecordQueue& operator=(const RecordQueue& other);
   RecordQueue(RecordQueue&&) noexcept = default;
@@ -65,7 +72,7 @@ class RecordQueue {
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
   // Undefined on an empty queue.
-  const Element& front() const { return chunks_[first_]->elements[head_]; }
+  const Element& front() const { return spine_->chunks[first_]->elements[head_]; }
   void pushBack(Element element);
   // Nothing on an empty queue.
   void popFront();
@@ -73,9 +80,10 @@ class RecordQueue {
   // Calls f(element) for each, head first.
   template <typename F>
   void forEach(F&& f) const {
+    if (!spine_) return;
     std::size_t offset = head_;
-    for (std::size_t chunk = first_; chunk < chunks_.size(); ++chunk, offset = 0) {
-      const auto& elements = chunks_[chunk]->elements;
+    for (std::size_t chunk = first_; chunk < spine_->chunks.size(); ++chunk, offset = 0) {
+      const auto& elements = spine_->chunks[chunk]->elements;
       for (std::size_t i = offset; i < elements.size(); ++i) f(elements[i]);
     }
   }
@@ -84,9 +92,18 @@ class RecordQueue {
   struct Chunk {
     std::vector<Element> elements;
   };
-  std::vector<std::shared_ptr<Chunk>> chunks_;
-  std::size_t first_ = 0;  // chunks before it are emptied and let go
-  std::size_t head_ = 0;   // the head's position in chunks_[first_]
+  struct Spine {
+    std::vector<std::shared_ptr<Chunk>> chunks;
+  };
+  // The spine, this queue's alone: a shared one is copied (its live chunks).
+  Spine& ownSpine();
+
+  std::shared_ptr<Spine> spine_;
+  // A copy may see the spine, or the tail chunk: change neither in place.
+  mutable bool spineShared_ = false;
+  mutable bool tailShared_ = false;
+  std::size_t first_ = 0;  // chunks before it are emptied
+  std::size_t head_ = 0;   // the head's position in chunk first_
   std::size_t size_ = 0;
 };
 

@@ -191,18 +191,23 @@ std::optional<NYBArchiveWriteFailure> writeArchive(const std::filesystem::path& 
     damagedArchiveOnDisk.store(false);
     if (kept) log("NYBSession: Kept the damaged archive as {}", kept->string());
   }
-  NYBData bytes;
+  // The write queue's own buffer, kept from one write to the next: mapping in
+  // fresh memory for every archive of a long queue cost more than the disk.
+  // It is let go once the archive has shrunk well below it.
+  static std::vector<std::uint8_t> bytes;
   try {
-    bytes = NYBKeyedArchiver::archivedDataWithRootObject(snapshot ? NYBDynamicValue(snapshot)
-                                                                  : NYBDynamicValue());
+    NYBKeyedArchiver::archiveRootObject(snapshot ? NYBDynamicValue(snapshot) : NYBDynamicValue(),
+                                        bytes);
   } catch (const std::exception& exception) {
     return NYBArchiveWriteFailure{path.string(), std::make_error_code(std::errc::invalid_argument),
                                   exception.what()};
   }
   snapshot.reset();
-  if (!writeFileDurably(path, bytes.view(), error)) {
-    return NYBArchiveWriteFailure{path.string(), error, error.message()};
-  }
+  const bool written =
+      writeFileDurably(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}, error);
+  constexpr std::size_t kKeptSlack = 1 << 20;
+  if (bytes.capacity() > 4 * bytes.size() + kKeptSlack) std::vector<std::uint8_t>().swap(bytes);
+  if (!written) return NYBArchiveWriteFailure{path.string(), error, error.message()};
   return std::nullopt;
 }
 

@@ -203,11 +203,14 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
  private:
   NYBDynamicValue recordsValue() const { return records(); }
   void changedQueue() { recordsCached_ = false; }
+  // The queue, made from records_ first when an array was set.
+  session::RecordQueue& queue() const;
 
   std::unique_ptr<session::RecordQueue> queue_;
   // records() as last made; a value that is not an array, when one was set.
   mutable NYBDynamicValue records_;
   mutable bool recordsCached_ = false;
+  mutable bool queueStale_ = false;
   mutable std::size_t damagedRecords_ = 0;
   NYBDynamicValue imageFilenames_;
   NYBDynamicValue user_;
