@@ -5,7 +5,15 @@
 //   and the model base's shallow copy of the same session data.
 // - SaveArchive/N and LoadArchive/N: a save (snapshot, archive, durable
 //   write, waited for) and a load of a session of N records, against
-//   RawWriteFsyncRename/N and RawRead/N of the same bytes.
+//   RawWriteFsyncRename/N and RawRead/N of the same bytes, and the load also
+//   against MsgpackUnpack/N: msgpack-cxx unpacking the same bytes into its
+//   generic object tree.
+// - DrainQueue/N: the main thread's share of sending a backlog of N records,
+//   per record (take the head, remove it, snapshot for the save), read
+//   against DrainQueue/1000: draining is linear when the figure stays flat.
+// - QueueMemory/N: the peak resident memory that loading an archive of N
+//   records, reading its head and saving it again adds, beside the archive's
+//   size (peak_ratio = peak / archive).
 // - UploadBacklog: 10,000 queued records uploaded to nymbrel-devserver one at
 //   a time, against CurlBacklog: the same bodies POSTed with bare libcurl on
 //   one keep-alive handle, with the same headers and accepted encodings. The devserver is found
@@ -16,6 +24,7 @@
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <png.h>
 #include <poll.h>
 #include <spawn.h>
@@ -28,6 +37,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <msgpack.hpp>
 #include <random>
 #include <string>
 
@@ -225,6 +235,98 @@ BENCHMARK(RawRead)
     ->Arg(100'000)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(5);
+
+// Unpacks what msgpack-cxx can see of the archive as its generic tree, in
+// one zone: an object is an ext whose payload holds its class name and keyed
+// map, so those are unpacked too, as the archive's own reader walks them.
+void unpackTree(const msgpack::object& value, msgpack::zone& zone) {
+  constexpr std::int8_t kObjectExt = 5;
+  if (value.type == msgpack::type::ARRAY) {
+    for (std::uint32_t i = 0; i < value.via.array.size; ++i)
+      unpackTree(value.via.array.ptr[i], zone);
+  } else if (value.type == msgpack::type::MAP) {
+    for (std::uint32_t i = 0; i < value.via.map.size; ++i) {
+      unpackTree(value.via.map.ptr[i].key, zone);
+      unpackTree(value.via.map.ptr[i].val, zone);
+    }
+  } else if (value.type == msgpack::type::EXT && value.via.ext.type() == kObjectExt) {
+    std::size_t offset = 0;
+    msgpack::unpack(zone, value.via.ext.data(), value.via.ext.size, offset);  // the class name
+    unpackTree(msgpack::unpack(zone, value.via.ext.data(), value.via.ext.size, offset), zone);
+  }
+}
+
+void MsgpackUnpack(benchmark::State& state) {
+  const std::string bytes = archiveBytes(state.range(0));
+  constexpr std::size_t kHeader = 5;  // "NYBA" and the version
+  for (auto _ : state) {
+    msgpack::zone zone;
+    std::size_t offset = 0;
+    unpackTree(msgpack::unpack(zone, bytes.data() + kHeader, bytes.size() - kHeader, offset), zone);
+    benchmark::DoNotOptimize(&zone);
+  }
+}
+BENCHMARK(MsgpackUnpack)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(5);
+
+void DrainQueue(benchmark::State& state) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto data = std::make_shared<NYBSessionData>();
+    data->addRecords(records(state.range(0)));
+    state.ResumeTiming();
+    while (auto head = data->peekNextRecord()) {
+      data->removeNextRecordIfMatch(head);
+      benchmark::DoNotOptimize(data->snapshot());
+    }
+  }
+  state.counters["us/record"] = benchmark::Counter(
+      static_cast<double>(state.range(0)) * 1e-6,
+      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(DrainQueue)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+
+double statusMegabytes(std::string_view field) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind(field, 0) == 0) return std::stod(line.substr(field.size() + 1)) / 1024.0;
+  }
+  return 0;
+}
+
+void QueueMemory(benchmark::State& state) {
+  const std::string bytes = archiveBytes(state.range(0));
+  double peak = 0;
+  for (auto _ : state) {
+    auto reachability = std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
+    auto session = NYBSession::sessionWithConfiguration({reachability});
+    nyb::session::Testing::setProcessingRecord(*session, weight(-1));  // sends nothing
+    std::ofstream(archive(), std::ios::binary | std::ios::trunc) << bytes;
+    ::malloc_trim(0);
+    const double before = statusMegabytes("VmRSS:");
+    std::ofstream("/proc/self/clear_refs") << "5";  // restarts the peak from here
+    session->loadSession();
+    benchmark::DoNotOptimize(session->sessionData()->peekNextRecord());
+    session->saveSessionData();
+    session->waitForArchiveWrites();
+    peak = statusMegabytes("VmHWM:") - before;
+    finish(session);
+  }
+  const double archiveMegabytes = static_cast<double>(bytes.size()) / (1024.0 * 1024.0);
+  state.counters["peak_MB"] = peak;
+  state.counters["archive_MB"] = archiveMegabytes;
+  state.counters["peak_ratio"] = peak / archiveMegabytes;
+}
+BENCHMARK(QueueMemory)->Arg(100'000)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 // ---- Uploads to the devserver ---------------------------------------------------
 

@@ -23,6 +23,7 @@
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBObject.h"
 #include "NymbrelCore/NYBURL.h"
+#include "model/ArchiveElements.h"
 #include "model/ArchiveFormat.h"
 
 namespace nyb {
@@ -31,7 +32,12 @@ namespace {
 
 class Encoder {
  public:
-  Encoder() : packer_(*this) { bytes_.reserve(256); }
+  // `depth`: the containers the values written will sit in.
+  // `storage`: an empty buffer whose capacity is used.
+  explicit Encoder(std::size_t depth = 0, std::vector<std::uint8_t> storage = {})
+      : bytes_(std::move(storage)), packer_(*this), depth_(depth) {
+    bytes_.reserve(256);
+  }
   Encoder(const Encoder&) = delete;
   Encoder& operator=(const Encoder&) = delete;
 
@@ -59,6 +65,10 @@ class Encoder {
     packer_.pack_str(checkedLength(key.size()));
     write(key.data(), key.size());
   }
+
+  // The header of an array whose elements the caller writes as bytes.
+  void writeArrayHeader(std::size_t count) { packer_.pack_array(checkedLength(count)); }
+  void reserveMore(std::size_t count) { bytes_.reserve(bytes_.size() + count); }
 
   // Writes one present value. Raises NYBInvalidArgumentException for what
   // cannot be archived; the caller rolls back.
@@ -131,6 +141,18 @@ struct NYBKeyedArchiver::Impl {
     NYBKeyedArchiver archiver(&impl);
     object.encodeWithCoder(archiver);
     return impl.entries;
+  }
+
+  static void encodeEncodedArray(NYBKeyedArchiver& coder, std::string_view key,
+                                 const std::vector<std::string_view>& elements) {
+    Encoder& encoder = coder.impl_->encoder;
+    std::size_t total = key.size() + 10;
+    for (std::string_view element : elements) total += element.size();
+    encoder.reserveMore(total);
+    encoder.writeKey(key);
+    encoder.writeArrayHeader(elements.size());
+    for (std::string_view element : elements) encoder.write(element.data(), element.size());
+    ++coder.impl_->entries;
   }
 };
 
@@ -250,15 +272,39 @@ NYBKeyedArchiver::NYBKeyedArchiver(Impl* impl) : impl_(impl) {}
 NYBKeyedArchiver::~NYBKeyedArchiver() = default;
 
 NYBData NYBKeyedArchiver::archivedDataWithRootObject(const NYBDynamicValue& root) {
-  Encoder encoder;
+  std::vector<std::uint8_t> bytes;
+  archiveRootObject(root, bytes);
+  return NYBData(std::move(bytes));
+}
+
+void NYBKeyedArchiver::archiveRootObject(const NYBDynamicValue& root,
+                                         std::vector<std::uint8_t>& bytes) {
+  bytes.clear();
+  Encoder encoder(0, std::move(bytes));
   encoder.writeHeader();
   if (root.isAbsent()) {
     encoder.writeAbsentRoot();
   } else {
     encoder.writeValue(root);
   }
+  bytes = encoder.take();
+}
+
+namespace archive {
+
+NYBData encodedElement(const NYBDynamicValue& value) {
+  // Inside the root object and its array.
+  Encoder encoder(2);
+  encoder.writeValue(value);
   return NYBData(encoder.take());
 }
+
+void encodeEncodedArray(NYBKeyedArchiver& coder, std::string_view key,
+                        const std::vector<std::string_view>& elements) {
+  NYBKeyedArchiver::Impl::encodeEncodedArray(coder, key, elements);
+}
+
+}  // namespace archive
 
 void NYBKeyedArchiver::encodeObject(const NYBDynamicValue& value, std::string_view key) {
   if (value.isAbsent()) return;

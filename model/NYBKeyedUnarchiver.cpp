@@ -29,6 +29,7 @@
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBObject.h"
 #include "NymbrelCore/NYBURL.h"
+#include "model/ArchiveElements.h"
 #include "model/ArchiveFormat.h"
 
 namespace nyb {
@@ -48,10 +49,24 @@ struct ObjectEntry {
 
 class Decoder {
  public:
-  Decoder(const std::uint8_t* bytes, std::size_t length)
-      : begin_(bytes), p_(bytes), end_(bytes + length) {}
+  // `depth`: the containers the bytes sit in. With `deferred`, the array the
+  // root object stores under `deferredKey` is checked and left encoded there.
+  Decoder(const std::uint8_t* bytes, std::size_t length, std::size_t depth = 0,
+          archive::DeferredArchive* deferred = nullptr, std::string_view deferredKey = {})
+      : begin_(bytes),
+        p_(bytes),
+        end_(bytes + length),
+        depth_(depth),
+        deferred_(deferred),
+        deferredKey_(deferredKey) {}
 
   NYBDynamicValue readArchive();
+  // One value that must fill the bytes.
+  NYBDynamicValue readWhole() {
+    NYBDynamicValue value = readValue();
+    if (p_ != end_) damage("unexpected bytes after the value");
+    return value;
+  }
 
   // The keyed entries of the objects being decoded, innermost last.
   std::vector<ObjectEntry> entries;
@@ -103,7 +118,20 @@ class Decoder {
   NYBDynamicValue readDictionary(std::uint32_t count);
   NYBDynamicValue readExt(std::int8_t type, std::uint32_t length);
   NYBDynamicValue readObject(const std::uint8_t* payloadEnd);
+  // An object's class name and keyed entries, within its payload: entry(key)
+  // reads each value.
+  template <typename Entry>
+  const NYBClass& readObjectPayload(const std::uint8_t* payloadEnd, Entry&& entry);
+  const NYBClass& readClass();
   void dropRepeatedKeys(std::size_t begin);
+  // Whether the next value is an array, and if so its element count, read.
+  bool readArrayHeader(std::uint32_t& count);
+  void readDeferredArray(std::uint32_t count);
+  // Checks one value as readValue() would, building nothing; the class of an
+  // object, else null.
+  const NYBClass* skipValue();
+  void skipContainer(std::uint64_t elements);
+  const NYBClass* skipExt(std::int8_t type, std::uint32_t length);
   std::string_view readString();
   std::uint32_t readMapHeader();
 
@@ -112,6 +140,8 @@ class Decoder {
   const std::uint8_t* end_;
   std::size_t depth_ = 0;
   std::uint64_t pending_ = 0;
+  archive::DeferredArchive* deferred_;
+  std::string_view deferredKey_;
 };
 
 NYBDynamicValue Decoder::readArchive() {
@@ -424,13 +454,7 @@ void Decoder::dropRepeatedKeys(std::size_t begin) {
   entries.resize(kept);
 }
 
-NYBDynamicValue Decoder::readObject(const std::uint8_t* payloadEnd) {
-  enter();
-  const std::uint8_t* const outerEnd = end_;
-  const std::uint64_t outerPending = pending_;
-  end_ = payloadEnd;
-  pending_ = 0;
-
+const NYBClass& Decoder::readClass() {
   const std::string_view className = readString();
   if (className.empty() || className.size() > archive::kMaxClassNameLength) {
     damage("a class name of " + std::to_string(className.size()) + " bytes");
@@ -440,20 +464,177 @@ NYBDynamicValue Decoder::readObject(const std::uint8_t* payloadEnd) {
   if (!classObject->supportsSecureCoding()) {
     damage("class \"" + std::string(className) + "\" does not support keyed coding");
   }
+  return *classObject;
+}
 
+bool Decoder::readArrayHeader(std::uint32_t& count) {
+  need(1);
+  const std::uint8_t format = *p_;
+  if (format >= 0x90 && format <= 0x9f) {
+    ++p_;
+    count = format & 0x0f;
+    return true;
+  }
+  if (format == 0xdc || format == 0xdd) {
+    ++p_;
+    count = static_cast<std::uint32_t>(readBigEndian(format == 0xdc ? 2 : 4));
+    return true;
+  }
+  return false;
+}
+
+void Decoder::readDeferredArray(std::uint32_t count) {
+  enter();
+  declare(count);
+  // A repeated key: the last one counts, as for any other entry.
+  *deferred_ = {};
+  deferred_->deferred = true;
+  deferred_->elements.reserve(count);
+  deferred_->classes.reserve(count);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    beginElement();
+    const std::uint8_t* start = p_;
+    deferred_->classes.push_back(skipValue());
+    deferred_->elements.emplace_back(reinterpret_cast<const char*>(start),
+                                     static_cast<std::size_t>(p_ - start));
+  }
+  leave();
+}
+
+void Decoder::skipContainer(std::uint64_t elements) {
+  enter();
+  declare(elements);
+  for (std::uint64_t i = 0; i < elements; ++i) {
+    beginElement();
+    skipValue();
+  }
+  leave();
+}
+
+const NYBClass* Decoder::skipValue() {
+  need(1);
+  const std::uint8_t format = *p_++;
+  if (format <= 0x7f || format >= 0xe0) return nullptr;
+  if (format <= 0x8f) {
+    skipContainer(std::uint64_t{format & 0x0fu} * 2);
+  } else if (format <= 0x9f) {
+    skipContainer(format & 0x0f);
+  } else if (format <= 0xbf) {
+    readBytes(format & 0x1f);
+  } else {
+    switch (format) {
+      case 0xc0:
+      case 0xc2:
+      case 0xc3:
+        break;
+      case 0xc4:
+      case 0xc5:
+      case 0xc6:
+        readBytes(readBigEndian(1u << (format - 0xc4)));
+        break;
+      case 0xc7:
+      case 0xc8:
+      case 0xc9: {
+        const auto length = static_cast<std::uint32_t>(readBigEndian(1u << (format - 0xc7)));
+        return skipExt(static_cast<std::int8_t>(readBigEndian(1)), length);
+      }
+      case 0xca:
+        readBigEndian(4);
+        break;
+      case 0xcb:
+        readBigEndian(8);
+        break;
+      case 0xcc:
+      case 0xcd:
+      case 0xce:
+      case 0xcf:
+        if (readBigEndian(1u << (format - 0xcc)) >
+            static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+          damage("an integer is out of range");
+        }
+        break;
+      case 0xd0:
+      case 0xd1:
+      case 0xd2:
+      case 0xd3:
+        readBigEndian(1u << (format - 0xd0));
+        break;
+      case 0xd4:
+      case 0xd5:
+      case 0xd6:
+      case 0xd7:
+      case 0xd8:
+        return skipExt(static_cast<std::int8_t>(readBigEndian(1)), 1u << (format - 0xd4));
+      case 0xd9:
+      case 0xda:
+      case 0xdb:
+        readBytes(readBigEndian(1u << (format - 0xd9)));
+        break;
+      case 0xdc:
+      case 0xdd:
+        skipContainer(readBigEndian(format == 0xdc ? 2 : 4));
+        break;
+      case 0xde:
+      case 0xdf:
+        skipContainer(readBigEndian(format == 0xde ? 2 : 4) * 2);
+        break;
+      default:
+        --p_;
+        damage("invalid format byte");
+    }
+  }
+  return nullptr;
+}
+
+const NYBClass* Decoder::skipExt(std::int8_t type, std::uint32_t length) {
+  if (type != archive::kObject) {
+    // The other kinds are small and checked by building them.
+    readExt(type, length);
+    return nullptr;
+  }
+  need(length);
+  enter();
+  const NYBClass& classObject =
+      readObjectPayload(p_ + length, [this](std::string_view) { skipValue(); });
+  leave();
+  return &classObject;
+}
+
+template <typename Entry>
+const NYBClass& Decoder::readObjectPayload(const std::uint8_t* payloadEnd, Entry&& entry) {
+  const std::uint8_t* const outerEnd = end_;
+  const std::uint64_t outerPending = pending_;
+  end_ = payloadEnd;
+  pending_ = 0;
+  const NYBClass& classObject = readClass();
   const std::uint32_t count = readMapHeader();
   declare(std::uint64_t{count} * 2);
-  const std::size_t begin = entries.size();
   for (std::uint32_t i = 0; i < count; ++i) {
     beginElement();
     const std::string_view key = readString();
     beginElement();
-    entries.push_back({key, readValue()});
+    entry(key);
   }
-  dropRepeatedKeys(begin);
-  if (p_ != end_) damage("unexpected bytes inside an object of class " + classObject->name());
+  if (p_ != end_) damage("unexpected bytes inside an object of class " + classObject.name());
   end_ = outerEnd;
   pending_ = outerPending;
+  return classObject;
+}
+
+NYBDynamicValue Decoder::readObject(const std::uint8_t* payloadEnd) {
+  enter();
+  const std::size_t begin = entries.size();
+  const NYBClass* classObject = &readObjectPayload(payloadEnd, [&](std::string_view key) {
+    const bool deferring = deferred_ != nullptr && depth_ == 1 && key == deferredKey_;
+    std::uint32_t elements = 0;
+    if (deferring && readArrayHeader(elements)) {
+      readDeferredArray(elements);
+      return;
+    }
+    if (deferring) *deferred_ = {};
+    entries.push_back({key, readValue()});
+  });
+  dropRepeatedKeys(begin);
 
   std::shared_ptr<NYBObject> object;
   try {
@@ -479,6 +660,23 @@ std::shared_ptr<NYBError> unarchiveError(const std::string& reason) {
 }
 
 }  // namespace
+
+namespace archive {
+
+DeferredArchive unarchiveDeferring(const NYBData& data, std::string_view key) {
+  DeferredArchive result;
+  Decoder decoder(data.bytes(), data.length(), 0, &result, key);
+  result.root = decoder.readArchive();
+  return result;
+}
+
+NYBDynamicValue decodeElement(std::string_view bytes) {
+  // Inside the root object and its array.
+  Decoder decoder(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), 2);
+  return decoder.readWhole();
+}
+
+}  // namespace archive
 
 NYBKeyedUnarchiver::NYBKeyedUnarchiver(Impl* impl) : impl_(impl) {}
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <unordered_map>
@@ -14,8 +15,12 @@
 #include "NymbrelCore/NYBConstants.h"
 #include "NymbrelCore/NYBDictionary.h"
 #include "NymbrelCore/NYBDocuments.h"
+#include "NymbrelCore/NYBException.h"
+#include "NymbrelCore/NYBKeyedArchiver.h"
+#include "model/ArchiveElements.h"
 #include "platform/DurableFile.h"
 #include "platform/Log.h"
+#include "session/RecordQueue.h"
 
 namespace nyb {
 
@@ -27,11 +32,10 @@ const NYBDictionary& dictionaryOf(const NYBDynamicValue& value) {
   return dictionary != nullptr ? *dictionary : empty;
 }
 
-const NYBArray& arrayOf(const NYBDynamicValue& value) {
-  static const NYBArray empty;
-  const NYBArray* array = value.array();
-  return array != nullptr ? *array : empty;
-}
+using session::QueuedElement;
+using session::RecordQueue;
+
+constexpr std::string_view kRecordsKey = "records";
 
 // A file name that stays inside its directory.
 bool isPlainFileName(std::string_view name) {
@@ -47,7 +51,8 @@ const NYBModelClass& NYBSessionData::staticClass() {
        &NYBModel::staticClass(),
        [] { return std::make_shared<NYBSessionData>(); },
        NYBPropertyTable::of<NYBSessionData>()
-           .field("records", &NYBSessionData::records_)
+           .computed(std::string(kRecordsKey), &NYBSessionData::recordsValue,
+                     &NYBSessionData::setRecords)
            .field("imageFilenames", &NYBSessionData::imageFilenames_)
            .field("user", &NYBSessionData::user_)
            .field("queryDates", &NYBSessionData::queryDates_)
@@ -66,7 +71,7 @@ const NYBModelClass& NYBSessionData::staticClass() {
 NYBSessionData::NYBSessionData() : NYBSessionData(nullptr) {}
 
 NYBSessionData::NYBSessionData(std::shared_ptr<NYBUser> user)
-    : records_(NYBArray()),
+    : queue_(std::make_unique<RecordQueue>()),
       imageFilenames_(NYBDictionary()),
       queryDates_(NYBDictionary()),
       anchors_(NYBDictionary()),
@@ -74,50 +79,173 @@ NYBSessionData::NYBSessionData(std::shared_ptr<NYBUser> user)
   if (user) user_ = std::move(user);
 }
 
+NYBSessionData::~NYBSessionData() = default;
+
+std::shared_ptr<NYBSessionData> NYBSessionData::snapshot() const {
+  auto copy = std::make_shared<NYBSessionData>();
+  *copy->queue_ = *queue_;
+  copy->queueStale_ = queueStale_;
+  copy->records_ = records_;
+  copy->recordsCached_ = recordsCached_;
+  // Every property but the queue, as the model base copies them.
+  for (const NYBPropertyInfo* info : classObject().allProperties()) {
+    if (info->name != kRecordsKey) info->fieldStore(*copy, info->getter(*this));
+  }
+  return copy;
+}
+
+void NYBSessionData::encodeWithCoder(NYBKeyedArchiver& coder) const {
+  // A value other than an array was set as the queue: the model base writes it.
+  if (recordsCached_ && !records_.isArray()) {
+    NYBModel::encodeWithCoder(coder);
+    return;
+  }
+  std::vector<std::string_view> encoded;
+  encoded.reserve(queue().size());
+  try {
+    queue().forEach(
+        [&](const RecordQueue::Element& element) { encoded.push_back(element->encoded()); });
+    archive::encodeEncodedArray(coder, kRecordsKey, encoded);
+  } catch (const NYBException& failure) {
+    // As the model base does for any property it cannot write.
+    log("*** Caught exception encoding value for key \"{}\" on class {}: {}", kRecordsKey,
+        className(), failure.description());
+  }
+  for (const NYBPropertyInfo* info : classObject().allProperties()) {
+    if (info->name == kRecordsKey) continue;
+    const NYBDynamicValue value = info->getter(*this);
+    if (value.isAbsent() || value.isNull()) continue;
+    try {
+      coder.encodeObject(value, info->name);
+    } catch (const NYBException& failure) {
+      log("*** Caught exception encoding value for key \"{}\" on class {}: {}", info->name,
+          className(), failure.description());
+    }
+  }
+}
+
+void NYBSessionData::setEncodedRecords(std::shared_ptr<const NYBData> archive,
+                                       const std::vector<std::string_view>& records) {
+  RecordQueue queue;
+  for (std::string_view bytes : records) {
+    queue.pushBack(std::make_shared<const QueuedElement>(archive, bytes));
+  }
+  *queue_ = std::move(queue);
+  queueStale_ = false;
+  changedQueue();
+}
+
+std::size_t NYBSessionData::takeDamagedRecordCount() { return std::exchange(damagedRecords_, 0); }
+
 // MARK: - Queue
+
+namespace {
+
+// The element's value; absent when it cannot be decoded, which is logged.
+NYBDynamicValue decoded(const RecordQueue::Element& element, std::size_t& damaged) {
+  try {
+    return element->value();
+  } catch (const NYBException& exception) {
+    log("Caught decoding exception: {}", exception.description());
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& exception) {
+    log("Caught decoding exception: {}", exception.what());
+  }
+  ++damaged;
+  return {};
+}
+
+}  // namespace
+
+const NYBDynamicValue& NYBSessionData::records() const {
+  if (recordsCached_) return records_;
+  std::vector<NYBDynamicValue> values;
+  values.reserve(queue().size());
+  const std::size_t damagedBefore = damagedRecords_;
+  queue().forEach([&](const RecordQueue::Element& element) {
+    NYBDynamicValue value = decoded(element, damagedRecords_);
+    if (value.isPresent()) values.push_back(std::move(value));
+  });
+  if (damagedRecords_ != damagedBefore) {
+    // The damaged ones leave the queue, as at the head.
+    RecordQueue kept;
+    for (const NYBDynamicValue& value : values) {
+      kept.pushBack(std::make_shared<const QueuedElement>(value));
+    }
+    *queue_ = std::move(kept);
+  }
+  records_ = NYBArray(std::move(values));
+  recordsCached_ = true;
+  return records_;
+}
+
+void NYBSessionData::setRecords(NYBDynamicValue records) {
+  // Kept as given, as any property's value is; an array becomes the queue
+  // when the queue is first used, so that a model copy costs no pass.
+  queueStale_ = records.isArray();
+  records_ = std::move(records);
+  recordsCached_ = true;
+  *queue_ = RecordQueue();
+}
+
+RecordQueue& NYBSessionData::queue() const {
+  if (queueStale_) {
+    queueStale_ = false;
+    RecordQueue queue;
+    for (const NYBDynamicValue& record : *records_.array()) {
+      queue.pushBack(std::make_shared<const QueuedElement>(record));
+    }
+    *queue_ = std::move(queue);
+  }
+  return *queue_;
+}
 
 void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record) {
   if (!record) return;
-  NYBArray records = arrayOf(records_);
-  records.append(record);
-  setRecords(std::move(records));
+  queue().pushBack(std::make_shared<const QueuedElement>(record));
+  changedQueue();
 }
 
 void NYBSessionData::addRecords(const std::vector<std::shared_ptr<NYBRecord>>& records) {
-  NYBArray queue = arrayOf(records_);
-  queue.reserve(queue.size() + records.size());
   for (const auto& record : records) {
-    if (record) queue.append(record);
+    if (record) queue().pushBack(std::make_shared<const QueuedElement>(record));
   }
-  setRecords(std::move(queue));
+  changedQueue();
 }
 
 void NYBSessionData::addRecords(const NYBDynamicValue& records) {
   const NYBArray* added = records.array();
   if (added == nullptr) return;
-  NYBArray queue = arrayOf(records_);
-  queue.reserve(queue.size() + added->size());
   for (const NYBDynamicValue& record : *added) {
-    if (record.objectAs<NYBRecord>()) queue.append(record);
+    if (record.objectAs<NYBRecord>())
+      queue().pushBack(std::make_shared<const QueuedElement>(record));
   }
-  setRecords(std::move(queue));
+  changedQueue();
 }
 
 std::shared_ptr<NYBRecord> NYBSessionData::peekNextRecord() const {
-  const NYBArray& queue = arrayOf(records_);
-  if (queue.empty()) return nullptr;
-  return queue[0].objectAs<NYBRecord>();
+  while (!queue().empty()) {
+    const NYBDynamicValue head = decoded(queue().front(), damagedRecords_);
+    if (head.isPresent()) return head.objectAs<NYBRecord>();
+    queue().popFront();
+    recordsCached_ = false;
+  }
+  return nullptr;
 }
 
 void NYBSessionData::removeNextRecordIfMatch(const std::shared_ptr<NYBRecord>& record) {
-  const NYBArray& queue = arrayOf(records_);
-  if (!record || queue.empty() || !queue[0].isEqual(NYBDynamicValue(record))) return;
-  NYBArray rest = queue;
-  rest.removeAt(0);
-  setRecords(std::move(rest));
+  if (!record || queue().empty()) return;
+  const NYBDynamicValue head = decoded(queue().front(), damagedRecords_);
+  if (!head.isEqual(NYBDynamicValue(record))) return;
+  queue().popFront();
+  changedQueue();
 }
 
-bool NYBSessionData::hasRecords() const { return !arrayOf(records_).empty(); }
+bool NYBSessionData::hasRecords() const {
+  peekNextRecord();  // a damaged head leaves first
+  return !queue().empty();
+}
 
 // MARK: - Photos
 

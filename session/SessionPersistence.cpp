@@ -20,6 +20,7 @@
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "NymbrelCore/NYBRunLoop.h"
 #include "NymbrelCore/NYBSession.h"
+#include "model/ArchiveElements.h"
 #include "platform/Device.h"
 #include "platform/DurableFile.h"
 #include "platform/Log.h"
@@ -65,14 +66,15 @@ std::filesystem::path archivePath() {
   return std::filesystem::path(NYBDocuments::documentsDirectory()) / "sessionData";
 }
 
-// What the write queue archives: the model base's copy of the session data.
-// It shares the containers and the records with the live object, which is
-// safe because neither ever changes: containers are immutable values, and a
-// record is never changed in place once queued (the session queues its own
-// copies and adds media to a copy). So the main thread pays a constant cost,
-// not one per queued record.
+// What the write queue archives: a model copy of the session data that
+// shares the queue's chunks, the other containers and the records with the
+// live object. That is safe because none of them ever changes: containers are
+// immutable values, the queue copies a chunk before changing a shared one, and
+// a record is never changed in place once queued (the session queues its own
+// copies and adds media to a copy). So the main thread pays for one pointer
+// per chunk of the queue, not one per queued record.
 std::shared_ptr<NYBSessionData> snapshotOf(const std::shared_ptr<NYBSessionData>& sessionData) {
-  return sessionData ? sessionData->copyAs<NYBSessionData>() : nullptr;
+  return sessionData ? sessionData->snapshot() : nullptr;
 }
 
 // A process killed in the middle of a write leaves its temporary file
@@ -189,18 +191,23 @@ std::optional<NYBArchiveWriteFailure> writeArchive(const std::filesystem::path& 
     damagedArchiveOnDisk.store(false);
     if (kept) log("NYBSession: Kept the damaged archive as {}", kept->string());
   }
-  NYBData bytes;
+  // The write queue's own buffer, kept from one write to the next: mapping in
+  // fresh memory for every archive of a long queue cost more than the disk.
+  // It is let go once the archive has shrunk well below it.
+  static std::vector<std::uint8_t> bytes;
   try {
-    bytes = NYBKeyedArchiver::archivedDataWithRootObject(snapshot ? NYBDynamicValue(snapshot)
-                                                                  : NYBDynamicValue());
+    NYBKeyedArchiver::archiveRootObject(snapshot ? NYBDynamicValue(snapshot) : NYBDynamicValue(),
+                                        bytes);
   } catch (const std::exception& exception) {
     return NYBArchiveWriteFailure{path.string(), std::make_error_code(std::errc::invalid_argument),
                                   exception.what()};
   }
   snapshot.reset();
-  if (!writeFileDurably(path, bytes.view(), error)) {
-    return NYBArchiveWriteFailure{path.string(), error, error.message()};
-  }
+  const bool written =
+      writeFileDurably(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}, error);
+  constexpr std::size_t kKeptSlack = 1 << 20;
+  if (bytes.capacity() > 4 * bytes.size() + kKeptSlack) std::vector<std::uint8_t>().swap(bytes);
+  if (!written) return NYBArchiveWriteFailure{path.string(), error, error.message()};
   return std::nullopt;
 }
 
@@ -221,8 +228,12 @@ void NYBSession::loadSession() {
     return;
   }
   try {
-    const NYBData bytes = readWholeFile(path);
-    const NYBDynamicValue root = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes);
+    // The queue's records stay encoded, in the file's bytes, until each is
+    // first needed; their bytes are checked here all the same, so that damage
+    // anywhere rejects the whole archive now.
+    auto bytes = std::make_shared<const NYBData>(readWholeFile(path));
+    archive::DeferredArchive read = archive::unarchiveDeferring(*bytes, "records");
+    const NYBDynamicValue& root = read.root;
     if (root.isAbsent() || root.isNull()) {
       sessionData_ = nullptr;
       damagedArchiveOnDisk_.store(false);
@@ -232,11 +243,12 @@ void NYBSession::loadSession() {
     auto restored = root.objectAs<NYBSessionData>();
     if (!restored) throw damage("The archive's root object is not session data");
     // The queue is sent as it is: anything in it but records is damage too.
-    if (const NYBArray* queue = restored->records().array()) {
-      for (const NYBDynamicValue& each : *queue) {
-        if (!each.objectAs<NYBRecord>()) throw damage("The archived queue holds a non-record");
+    for (const NYBClass* each : read.classes) {
+      if (each == nullptr || !each->isSubclassOfClass(NYBRecord::staticClass())) {
+        throw damage("The archived queue holds a non-record");
       }
     }
+    if (read.deferred) restored->setEncodedRecords(std::move(bytes), read.elements);
     sessionData_ = std::move(restored);
     damagedArchiveOnDisk_.store(false);
     if (settled) sessionData_->removeOrphanImageFiles();
@@ -252,6 +264,9 @@ void NYBSession::loadSession() {
 void NYBSession::saveSessionData() {
   if (!session::beginWriteOrRequest(writeInProgress_, writeRequested_)) return;
   auto task = session::BackgroundTask::begin();
+  // A queued record that failed to decode when first read was dropped: the
+  // archive on disk still holds it, and is kept aside before this write.
+  if (sessionData_ && sessionData_->takeDamagedRecordCount() > 0) damagedArchiveOnDisk_.store(true);
   std::shared_ptr<NYBSessionData> snapshot = snapshotOf(sessionData_);
   std::vector<std::string> deletions =
       sessionData_ ? sessionData_->deferredImageDeletions() : std::vector<std::string>();

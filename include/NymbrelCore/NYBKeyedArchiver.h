@@ -9,8 +9,10 @@
 
 #include "NymbrelCore/NYBExport.h"
 
+#include <cstdint>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "NymbrelCore/NYBData.h"
 #include "NymbrelCore/NYBDynamicValue.h"
@@ -23,6 +25,10 @@ class NYB_EXPORT NYBKeyedArchiver {
   // root itself cannot be archived (failures inside a model's own entries are
   // caught and logged by the model).
   [[nodiscard]] static NYBData archivedDataWithRootObject(const NYBDynamicValue& root);
+  // The same archive, into `bytes` (emptied first). Its capacity is kept, so
+  // a caller that archives again and again can reuse one buffer rather than
+  // have fresh memory mapped in for every archive.
+  static void archiveRootObject(const NYBDynamicValue& root, std::vector<std::uint8_t>& bytes);
 
   // Stores a value under a key of the object being encoded. Raises
   // NYBInvalidArgumentException for a value that cannot be archived; the

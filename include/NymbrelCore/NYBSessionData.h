@@ -8,6 +8,15 @@
 // are immutable values; every change builds a new container and stores it,
 // so a container handed out earlier never changes under its holder.
 //
+// The queue is kept apart from the other properties, in chunks shared with
+// every snapshot(), so that adding at the tail, removing the head and taking
+// a snapshot cost the same whatever the backlog. A queued record must not be
+// changed in place (the session queues its own copies): its archive bytes are
+// kept from the first save that encodes it and joined by later ones, and a
+// record loaded from the archive is decoded only when first read (its bytes
+// were checked at load). The records() array is made from the queue when
+// first asked for after a change, which costs one pass over the queue.
+//
 // The photo map is keyed by copies of the records (as a dictionary copies its
 // keys) and looks a record up by model equality (the values of all its
 // properties): a record changed after its photo was queued no longer finds
@@ -25,8 +34,8 @@
 //
 // Failures are written to the platform log and swallowed; no operation
 // reports an error to its caller. The object is not synchronised: the session
-// uses it on the main thread only and hands model copies (copyAs) to other
-// threads, which share only containers and records that never change.
+// uses it on the main thread only and hands snapshots to other threads, which
+// share only containers, queue chunks and records that never change.
 #pragma once
 
 #include "NymbrelCore/NYBExport.h"
@@ -35,6 +44,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -46,6 +56,10 @@
 
 namespace nyb {
 
+namespace session {
+class RecordQueue;
+}
+
 class NYB_EXPORT NYBSessionData : public NYBModel {
   NYB_DECLARE_MODEL(NYBSessionData, NYBModelClass)
  public:
@@ -53,6 +67,22 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
   NYBSessionData();
   // The same, for that user.
   explicit NYBSessionData(std::shared_ptr<NYBUser> user);
+  ~NYBSessionData() override;
+
+  // The model copy (equal to copy()), made without a pass over the queue: the
+  // copy shares the queue's chunks and records. What a save archives.
+  std::shared_ptr<NYBSessionData> snapshot() const;
+  // The queue's records joined from the bytes kept for them, the other
+  // properties as the model base stores them.
+  void encodeWithCoder(NYBKeyedArchiver& coder) const override;
+  // Sets the queue to records still encoded: each view lies in `archive` and
+  // holds one checked element as the archive stores it. Each is decoded when
+  // first read; one that fails to decode then is dropped from the queue with
+  // "Caught decoding exception: <reason>" and counted (takeDamagedRecordCount).
+  void setEncodedRecords(std::shared_ptr<const NYBData> archive,
+                         const std::vector<std::string_view>& records);
+  // How many queued records failed to decode since the last call; resets it.
+  std::size_t takeDamagedRecordCount();
 
   // ---- Queue ---------------------------------------------------------------
   // Appends at the tail; a null record is ignored.
@@ -63,6 +93,7 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
   // value that is not an array (absent included), are ignored.
   void addRecords(const NYBDynamicValue& records);
   // The head of the queue, left in place; null when the queue is empty.
+  // A head found damaged leaves the queue here (see setEncodedRecords()).
   std::shared_ptr<NYBRecord> peekNextRecord() const;
   // Removes the head only when it equals `record` (model equality).
   void removeNextRecordIfMatch(const std::shared_ptr<NYBRecord>& record);
@@ -131,8 +162,8 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
 
   // ---- Properties ----------------------------------------------------------
   // An array of records, head first.
-  const NYBDynamicValue& records() const { return records_; }
-  void setRecords(NYBDynamicValue records) { records_ = std::move(records); }
+  const NYBDynamicValue& records() const;
+  void setRecords(NYBDynamicValue records);
   // A dictionary: record to file name.
   const NYBDynamicValue& imageFilenames() const { return imageFilenames_; }
   void setImageFilenames(NYBDynamicValue imageFilenames) {
@@ -170,7 +201,17 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
   }
 
  private:
-  NYBDynamicValue records_;
+  NYBDynamicValue recordsValue() const { return records(); }
+  void changedQueue() { recordsCached_ = false; }
+  // The queue, made from records_ first when an array was set.
+  session::RecordQueue& queue() const;
+
+  std::unique_ptr<session::RecordQueue> queue_;
+  // records() as last made; a value that is not an array, when one was set.
+  mutable NYBDynamicValue records_;
+  mutable bool recordsCached_ = false;
+  mutable bool queueStale_ = false;
+  mutable std::size_t damagedRecords_ = 0;
   NYBDynamicValue imageFilenames_;
   NYBDynamicValue user_;
   NYBDynamicValue queryDates_;
