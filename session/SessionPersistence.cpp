@@ -23,6 +23,7 @@
 #include "platform/Device.h"
 #include "platform/DurableFile.h"
 #include "platform/Log.h"
+#include "platform/SealedFile.h"
 #include "session/SessionInternal.h"
 
 namespace nyb {
@@ -191,8 +192,9 @@ std::optional<NYBArchiveWriteFailure> writeArchive(const std::filesystem::path& 
   }
   NYBData bytes;
   try {
-    bytes = NYBKeyedArchiver::archivedDataWithRootObject(snapshot ? NYBDynamicValue(snapshot)
-                                                                  : NYBDynamicValue());
+    bytes = sealed::sealIfKeyed(NYBKeyedArchiver::archivedDataWithRootObject(
+                                    snapshot ? NYBDynamicValue(snapshot) : NYBDynamicValue()),
+                                sealed::kArchiveRole);
   } catch (const std::exception& exception) {
     return NYBArchiveWriteFailure{path.string(), std::make_error_code(std::errc::invalid_argument),
                                   exception.what()};
@@ -221,7 +223,11 @@ void NYBSession::loadSession() {
     return;
   }
   try {
-    const NYBData bytes = readWholeFile(path);
+    bool plain = false;
+    const NYBData bytes = sealed::openOrRaise(readWholeFile(path), sealed::kArchiveRole, &plain);
+    // A plain archive found while a key is set is written again encrypted,
+    // with its photos, at once.
+    const bool migrateToKey = plain && sealed::keyed();
     const NYBDynamicValue root = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes);
     if (root.isAbsent() || root.isNull()) {
       sessionData_ = nullptr;
@@ -240,6 +246,13 @@ void NYBSession::loadSession() {
     sessionData_ = std::move(restored);
     damagedArchiveOnDisk_.store(false);
     if (settled) sessionData_->removeOrphanImageFiles();
+    if (migrateToKey) {
+      std::string failure;
+      if (!sealed::resealDirectory(sessionData_->imageDirectory(), sealed::kPhotoRolePrefix,
+                                   &failure))
+        log("NYBSession: Unable to encrypt the photos: {}", failure);
+      saveSessionData();
+    }
   } catch (const NYBException& exception) {
     log("Caught decoding exception: {}", exception.description());
     damagedArchiveOnDisk_.store(true);
