@@ -1,0 +1,66 @@
+// The nymbrel binary with a key file: what it queues is encrypted, and a
+// missing, wrong or unusable key stops it before it reads or replaces the
+// archive.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "RunTool.h"
+#include "support/TempDir.h"
+
+namespace nyb::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string bytesOf(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+TEST(NymbrelKeyFile, AnEncryptedArchiveOpensOnlyWithItsKey) {
+  TempDir data;
+  const fs::path archive = data.path() / "sessionData";
+  const fs::path key = data.path() / "key.hex";
+  const fs::path other = data.path() / "other.key";
+  std::ofstream(key) << std::string(64, 'a') << "\n";
+  std::ofstream(other, std::ios::binary) << std::string(32, 'b');
+
+  // Nothing listens on port 1 of the loopback: the record stays queued.
+  std::vector<std::string> submit =
+      withUser({"submit", "sleep", "--deep", "80"}, "http://127.0.0.1:1/v1", data.path(), kUser,
+               "tok-secret");
+  std::vector<std::string> keyed = submit;
+  keyed.insert(keyed.end(), {"--key-file", key.string()});
+  ToolRun run = runTool(keyed);
+  ASSERT_EQ(run.status, 3) << run.err;
+  const std::string sealed = bytesOf(archive);
+  EXPECT_EQ(sealed.find("tok-secret"), std::string::npos);
+
+  const std::vector<std::string> queue = {"queue", "--data-dir", data.path().string()};
+  run = runTool(queue);
+  EXPECT_EQ(run.status, 8);
+  EXPECT_TRUE(contains(run.err, "is encrypted: give its key with --key-file")) << run.err;
+  run = runTool(queue, {{"NYMBREL_KEY_FILE", other.string()}});
+  EXPECT_EQ(run.status, 8);
+  EXPECT_TRUE(contains(run.err, "written with another key")) << run.err;
+  // A session for the same user with the wrong key must not set the queue aside.
+  std::vector<std::string> wrong = submit;
+  wrong.insert(wrong.end(), {"--key-file", other.string()});
+  run = runTool(wrong);
+  EXPECT_EQ(run.status, 8) << run.err;
+  EXPECT_EQ(bytesOf(archive), sealed);
+  std::ofstream(other) << "not a key\n";
+  run = runTool(queue, {{"NYMBREL_KEY_FILE", other.string()}});
+  EXPECT_EQ(run.status, 8);
+  EXPECT_TRUE(contains(run.err, "holds no key")) << run.err;
+
+  run = runTool(queue, {{"NYMBREL_KEY_FILE", key.string()}});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(contains(run.out, "sleep")) << run.out;
+}
+
+}  // namespace
+}  // namespace nyb::test
