@@ -62,5 +62,23 @@ TEST(NymbrelKeyFile, AnEncryptedArchiveOpensOnlyWithItsKey) {
   EXPECT_TRUE(contains(run.out, "sleep")) << run.out;
 }
 
+// The tool keeps a refused photo for import: the photo, not the sealed file.
+TEST(NymbrelKeyFile, ARefusedPhotoIsKeptAsAPhoto) {
+  DevServer server;
+  TempDir data;
+  const fs::path key = data.path() / "key";
+  std::ofstream(key, std::ios::binary) << std::string(32, 'k');
+  const std::string photo = writePng((data.path() / "meal.png").string(), 8, 6);
+  ASSERT_TRUE(server.addFault(R"([{"delay_ms": 1, "count": 1}, {"status": 422, "count": 1}])"));
+  ToolRun run = runTool(withUser(
+      {"submit", "nutrition", "--meal", "dinner", "--image", photo, "--key-file", key.string()},
+      server.baseURL(), data.path()));
+  ASSERT_EQ(run.status, 1) << run.err;
+  std::ifstream line(data.path() / "rejected.jsonl");
+  const std::string kept =
+      parse(std::string(std::istreambuf_iterator<char>(line), {}))["image"].GetString();
+  EXPECT_EQ(bytesOf(data.path() / kept).substr(1, 3), "PNG");
+}
+
 }  // namespace
 }  // namespace nyb::test
