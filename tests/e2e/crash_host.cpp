@@ -22,8 +22,8 @@
 //     Starts a session in <documents>, queues one record, waits until it is
 //     on disk, prints "ready" and keeps the session until it is killed.
 //
-// With NYB_CRASH_KEY set (64 hexadecimal digits), every mode keeps the files
-// encrypted with that key.
+// With NYB_CRASH_KEY set (its first 32 bytes are the key), every mode keeps
+// the files encrypted with that key.
 #include <unistd.h>
 
 #include <cstdio>
@@ -139,12 +139,8 @@ int load(const std::string& documents) {
 int main(int argc, char** argv) {
   if (const char* base = std::getenv("NYMBREL_BASE_URL")) NYBSetRequestBaseURL(base);
   if (argc >= 3) NYBDocuments::setDocumentsDirectory(argv[2]);
-  if (const char* hex = std::getenv("NYB_CRASH_KEY")) {
-    std::vector<std::uint8_t> key;
-    for (std::size_t i = 0; hex[i] != '\0' && hex[i + 1] != '\0'; i += 2) {
-      key.push_back(static_cast<std::uint8_t>(std::stoul(std::string(hex + i, 2), nullptr, 16)));
-    }
-    NYBSessionKey::setKey(key);
+  if (const char* key = std::getenv("NYB_CRASH_KEY")) {
+    NYBSessionKey::setKey(std::span(reinterpret_cast<const std::uint8_t*>(key), 32));
   }
   const std::string mode = argc >= 2 ? argv[1] : "";
   if (mode == "submit" && argc == 5) {

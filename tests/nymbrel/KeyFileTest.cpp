@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 #include "RunTool.h"
 #include "support/TempDir.h"
@@ -29,35 +30,30 @@ TEST(NymbrelKeyFile, AnEncryptedArchiveOpensOnlyWithItsKey) {
   std::ofstream(other, std::ios::binary) << std::string(32, 'b');
 
   // Nothing listens on port 1 of the loopback: the record stays queued.
-  std::vector<std::string> submit =
-      withUser({"submit", "sleep", "--deep", "80"}, "http://127.0.0.1:1/v1", data.path(), kUser,
-               "tok-secret");
-  std::vector<std::string> keyed = submit;
-  keyed.insert(keyed.end(), {"--key-file", key.string()});
-  ToolRun run = runTool(keyed);
+  const std::map<std::string, std::string> right = {{"NYMBREL_KEY_FILE", key.string()}},
+                                           wrong = {{"NYMBREL_KEY_FILE", other.string()}};
+  const std::vector<std::string> submit = withUser(
+      {"submit", "sleep", "--deep", "80"}, "http://127.0.0.1:1/v1", data.path(), kUser, "tok-sec");
+  ToolRun run = runTool(submit, right);
   ASSERT_EQ(run.status, 3) << run.err;
   const std::string sealed = bytesOf(archive);
-  EXPECT_EQ(sealed.find("tok-secret"), std::string::npos);
+  EXPECT_EQ(sealed.find("tok-sec"), std::string::npos);
 
   const std::vector<std::string> queue = {"queue", "--data-dir", data.path().string()};
   run = runTool(queue);
   EXPECT_EQ(run.status, 8);
   EXPECT_TRUE(contains(run.err, "is encrypted: give its key with --key-file")) << run.err;
-  run = runTool(queue, {{"NYMBREL_KEY_FILE", other.string()}});
+  run = runTool(queue, wrong);
   EXPECT_EQ(run.status, 8);
   EXPECT_TRUE(contains(run.err, "written with another key")) << run.err;
   // A session for the same user with the wrong key must not set the queue aside.
-  std::vector<std::string> wrong = submit;
-  wrong.insert(wrong.end(), {"--key-file", other.string()});
-  run = runTool(wrong);
-  EXPECT_EQ(run.status, 8) << run.err;
+  EXPECT_EQ(runTool(submit, wrong).status, 8);
   EXPECT_EQ(bytesOf(archive), sealed);
   std::ofstream(other) << "not a key\n";
-  run = runTool(queue, {{"NYMBREL_KEY_FILE", other.string()}});
+  run = runTool(queue, wrong);
   EXPECT_EQ(run.status, 8);
   EXPECT_TRUE(contains(run.err, "holds no key")) << run.err;
-
-  run = runTool(queue, {{"NYMBREL_KEY_FILE", key.string()}});
+  run = runTool(queue, right);
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_TRUE(contains(run.out, "sleep")) << run.out;
 }
