@@ -70,9 +70,7 @@ TEST(NymbrelKeyFile, ARefusedPhotoIsKeptAsAPhoto) {
       {"submit", "nutrition", "--meal", "dinner", "--image", photo, "--key-file", key.string()},
       server.baseURL(), data.path()));
   ASSERT_EQ(run.status, 1) << run.err;
-  std::ifstream line(data.path() / "rejected.jsonl");
-  const std::string kept =
-      parse(std::string(std::istreambuf_iterator<char>(line), {}))["image"].GetString();
+  const std::string kept = parse(bytesOf(data.path() / "rejected.jsonl"))["image"].GetString();
   EXPECT_EQ(bytesOf(data.path() / kept).substr(1, 3), "PNG");
 }
 
