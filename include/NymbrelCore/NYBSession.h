@@ -29,12 +29,13 @@
 // its monitor and, while a request is in flight, the one processingRecord.
 //
 // Failures. A damaged archive is logged, kept on disk and moved aside, never written over (see
-// loadSession()); with a key set (NYBSessionKey), so is one that does not open with it, and a
-// plain archive is written again sealed as soon as it is loaded. A failed archive write is logged
-// once per cause, kept for the host to read (lastArchiveWriteFailure()), and tried again by every
-// later save; until a write succeeds the file on disk holds the last state that was written. A
-// photo's file is deleted only once an archive that no longer names it is on disk, so after a crash
-// every photo the archive names has its file.
+// loadSession()). A failed archive write is logged once per cause, kept for the host to read
+// (lastArchiveWriteFailure()), and tried again by every later save; until a write succeeds the file
+// on disk holds the last state that was written. A photo's file is deleted only once an archive
+// that no longer names it is on disk, so after a crash every photo the archive names has its file.
+//
+// Keys. With a key set (NYBSessionKey), an archive that does not open with it counts as damaged,
+// and a plain archive is written again sealed as soon as it is loaded.
 //
 // Records. The queue holds the session's own copies of the records it is
 // given, so the caller may go on changing its objects. Once queued, a record
