@@ -20,6 +20,7 @@
 #include "model/ArchiveElements.h"
 #include "platform/DurableFile.h"
 #include "platform/Log.h"
+#include "platform/SealedFile.h"
 #include "session/RecordQueue.h"
 
 namespace nyb {
@@ -257,7 +258,7 @@ void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record,
   const std::optional<std::string> path = pathForImageName(filename);
   const std::optional<NYBData> png = NYBImagePNGRepresentation(image);
   std::error_code error;
-  if (path && png && writeFileDurably(*path, png->view(), error)) {
+  if (path && png && sealed::writePhoto(*path, *png, error)) {
     addImageFilename(record, filename);
   } else {
     log("NYBSessionData: Error converting image to PNG representation");
@@ -274,7 +275,7 @@ std::shared_ptr<NYBImage> NYBSessionData::imageForRecord(
     const std::shared_ptr<NYBRecord>& record) const {
   const std::optional<std::string> path = imageFilepathForRecord(record);
   if (!path) return nullptr;
-  return NYBImage::imageWithContentsOfFile(*path);
+  return sealed::readPhoto(*path);
 }
 
 std::shared_ptr<NYBRecord> NYBSessionData::findNextImageRecordWithRecordID() const {

@@ -24,6 +24,7 @@
 #include "platform/Device.h"
 #include "platform/DurableFile.h"
 #include "platform/Log.h"
+#include "platform/SealedFile.h"
 #include "session/SessionInternal.h"
 
 namespace nyb {
@@ -195,16 +196,22 @@ std::optional<NYBArchiveWriteFailure> writeArchive(const std::filesystem::path& 
   // fresh memory for every archive of a long queue cost more than the disk.
   // It is let go once the archive has shrunk well below it.
   static std::vector<std::uint8_t> bytes;
+  const bool keyed = sealed::keyed();
+  NYBData sealedBytes;
   try {
     NYBKeyedArchiver::archiveRootObject(snapshot ? NYBDynamicValue(snapshot) : NYBDynamicValue(),
                                         bytes);
+    if (keyed) sealedBytes = sealed::sealIfKeyed(NYBData(bytes), sealed::kArchiveRole);
   } catch (const std::exception& exception) {
     return NYBArchiveWriteFailure{path.string(), std::make_error_code(std::errc::invalid_argument),
                                   exception.what()};
   }
   snapshot.reset();
-  const bool written =
-      writeFileDurably(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}, error);
+  const bool written = writeFileDurably(
+      path,
+      keyed ? sealedBytes.view()
+            : std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+      error);
   constexpr std::size_t kKeptSlack = 1 << 20;
   if (bytes.capacity() > 4 * bytes.size() + kKeptSlack) std::vector<std::uint8_t>().swap(bytes);
   if (!written) return NYBArchiveWriteFailure{path.string(), error, error.message()};
@@ -228,10 +235,15 @@ void NYBSession::loadSession() {
     return;
   }
   try {
-    // The queue's records stay encoded, in the file's bytes, until each is
-    // first needed; their bytes are checked here all the same, so that damage
-    // anywhere rejects the whole archive now.
-    auto bytes = std::make_shared<const NYBData>(readWholeFile(path));
+    bool plain = false;
+    // The queue's records stay encoded, in the file's (opened) bytes, until
+    // each is first needed; their bytes are checked here all the same, so that
+    // damage anywhere rejects the whole archive now.
+    auto bytes = std::make_shared<const NYBData>(
+        sealed::openOrRaise(readWholeFile(path), sealed::kArchiveRole, &plain));
+    // A plain archive found while a key is set is written again encrypted,
+    // with its photos, at once.
+    const bool migrateToKey = plain && sealed::keyed();
     archive::DeferredArchive read = archive::unarchiveDeferring(*bytes, "records");
     const NYBDynamicValue& root = read.root;
     if (root.isAbsent() || root.isNull()) {
@@ -252,6 +264,13 @@ void NYBSession::loadSession() {
     sessionData_ = std::move(restored);
     damagedArchiveOnDisk_.store(false);
     if (settled) sessionData_->removeOrphanImageFiles();
+    if (migrateToKey) {
+      std::string failure;
+      if (!sealed::resealDirectory(sessionData_->imageDirectory(), sealed::kPhotoRolePrefix,
+                                   &failure))
+        log("NYBSession: Unable to encrypt the photos: {}", failure);
+      saveSessionData();
+    }
   } catch (const NYBException& exception) {
     log("Caught decoding exception: {}", exception.description());
     damagedArchiveOnDisk_.store(true);

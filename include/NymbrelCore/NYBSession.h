@@ -34,6 +34,9 @@
 // on disk holds the last state that was written. A photo's file is deleted only once an archive
 // that no longer names it is on disk, so after a crash every photo the archive names has its file.
 //
+// Keys. With a key set (NYBSessionKey), an archive that does not open with it counts as damaged,
+// and a plain archive is written again sealed as soon as it is loaded.
+//
 // Records. The queue holds the session's own copies of the records it is
 // given, so the caller may go on changing its objects. Once queued, a record
 // is never changed in place: the media of an uploaded photo are added to a

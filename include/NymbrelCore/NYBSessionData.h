@@ -30,7 +30,10 @@
 // removing operations keep the file's name among the deferred deletions,
 // which the session reads at its next save and erases once that write is
 // durable. So after a crash the archive never names a photo whose file is
-// gone; a file that no archive names is removed at the next load.
+// gone; a file that no archive names is removed at the next load. With a key
+// set (NYBSessionKey) a photo's file is sealed under it; one that does not
+// open is logged, kept in <documents directory>/images.damaged and read as
+// no photo.
 //
 // Failures are written to the platform log and swallowed; no operation
 // reports an error to its caller. The object is not synchronised: the session

@@ -50,6 +50,7 @@
 #include "NymbrelCore/NYBServerResponse.h"
 #include "NymbrelCore/NYBSession.h"
 #include "NymbrelCore/NYBSessionData.h"
+#include "NymbrelCore/NYBSessionKey.h"
 #include "NymbrelCore/NYBSleep.h"
 #include "NymbrelCore/NYBURL.h"
 #include "NymbrelCore/NYBURLSession.h"

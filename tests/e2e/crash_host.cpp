@@ -13,7 +13,7 @@
 //   nyb_crash_host load <documents>
 //     Starts a session in <documents> and prints what it loaded: "id <activity
 //     ID>" for each queued record, "photo-missing <name>" for each photo whose
-//     file is gone, "log <line>" for each platform log line but the first (the
+//     file is gone or does not open, "log <line>" for each platform log line but the first (the
 //     library description), "orphan <name>" for each file of the image
 //     directory that no entry names, then "loaded <count>". When another
 //     process holds the documents directory: "in-use <directory>", exit 3.
@@ -21,6 +21,9 @@
 //   nyb_crash_host hold <documents>
 //     Starts a session in <documents>, queues one record, waits until it is
 //     on disk, prints "ready" and keeps the session until it is killed.
+//
+// With NYB_CRASH_KEY set (its first 32 bytes are the key), every mode keeps
+// the files encrypted with that key.
 #include <unistd.h>
 
 #include <cstdio>
@@ -115,7 +118,9 @@ int load(const std::string& documents) {
     }
     for (const auto& [record, name] : *data->imageFilenames().dictionary()) {
       auto path = data->pathForImageName(name.string());
-      if (!path || !std::filesystem::exists(*path)) line("photo-missing " + name.description());
+      if (!path || !std::filesystem::exists(*path) ||
+          !data->imageForRecord(record.objectAs<NYBRecord>()))
+        line("photo-missing " + name.description());
       named.insert(name.description());
     }
   }
@@ -134,6 +139,9 @@ int load(const std::string& documents) {
 int main(int argc, char** argv) {
   if (const char* base = std::getenv("NYMBREL_BASE_URL")) NYBSetRequestBaseURL(base);
   if (argc >= 3) NYBDocuments::setDocumentsDirectory(argv[2]);
+  if (const char* key = std::getenv("NYB_CRASH_KEY")) {
+    NYBSessionKey::setKey(std::span(reinterpret_cast<const std::uint8_t*>(key), 32));
+  }
   const std::string mode = argc >= 2 ? argv[1] : "";
   if (mode == "submit" && argc == 5) {
     return submit(argv[3], static_cast<unsigned>(std::strtoul(argv[4], nullptr, 10)));

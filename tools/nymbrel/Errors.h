@@ -34,6 +34,9 @@ enum ExitCode : int {
   kExitStorage = 6,
   // Another process is using the data directory; nothing was read or written.
   kExitBusy = 7,
+  // The archive is encrypted and no key was given, or the key given does not
+  // open it (or the key file is unusable); nothing was read or written.
+  kExitKey = 8,
 };
 
 // The lower of two non-zero codes; zero only when both are zero.

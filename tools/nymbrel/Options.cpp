@@ -4,11 +4,18 @@
 #include <NymbrelCore/NYBDocuments.h>
 #include <NymbrelCore/NYBException.h>
 #include <NymbrelCore/NYBPlatformLog.h>
+#include <NymbrelCore/NYBSessionKey.h>
 #include <NymbrelCore/NYBURL.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <vector>
 
 #include "Errors.h"
@@ -30,6 +37,35 @@ std::string checkTimeout(std::string& text) {
   return "";
 }
 
+// The key: 32 raw bytes, or 64 hexadecimal digits with white space around.
+std::vector<std::uint8_t> readKeyFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  if (!file && !file.eof()) {
+    throw CommandFailure(kExitKey, "--key-file: cannot read " + path + ": " + std::strerror(errno));
+  }
+  std::vector<std::uint8_t> key;
+  if (text.size() == nyb::NYBSessionKey::kKeySize) {
+    key.assign(text.begin(), text.end());
+  } else {
+    const auto first = text.find_first_not_of(" \t\r\n");
+    const auto last = text.find_last_not_of(" \t\r\n");
+    const std::string digits =
+        first == std::string::npos ? "" : text.substr(first, last - first + 1);
+    const bool hex = digits.size() == 2 * nyb::NYBSessionKey::kKeySize &&
+                     digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    for (std::size_t i = 0; hex && i < digits.size(); i += 2) {
+      key.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+  }
+  std::fill(text.begin(), text.end(), '\0');
+  if (key.size() != nyb::NYBSessionKey::kKeySize) {
+    throw CommandFailure(
+        kExitKey, "--key-file: " + path + " holds no key (32 bytes, or 64 hexadecimal digits)");
+  }
+  return key;
+}
+
 }  // namespace
 
 void addDataDirOption(CLI::App& command, CommonOptions& options) {
@@ -39,6 +75,12 @@ void addDataDirOption(CLI::App& command, CommonOptions& options) {
                   "directory, $XDG_DATA_HOME/nymbrel)")
       ->envname("NYMBREL_DATA_DIR")
       ->type_name("DIR");
+  command
+      .add_option("--key-file", options.keyFile,
+                  "a file holding the 32-byte key that keeps the archive and the photos "
+                  "encrypted (raw, or 64 hexadecimal digits); without it they are plain files")
+      ->envname("NYMBREL_KEY_FILE")
+      ->type_name("FILE");
 }
 
 void addServiceOptions(CLI::App& command, CommonOptions& options) {
@@ -104,6 +146,11 @@ void configureLibrary(const CommonOptions& options) {
   }
   if (!options.dataDir.empty())
     nyb::NYBDocuments::setDocumentsDirectory(documentsDirectory(options));
+  if (!options.keyFile.empty()) {
+    std::vector<std::uint8_t> key = readKeyFile(options.keyFile);
+    nyb::NYBSessionKey::setKey(key);
+    std::fill(key.begin(), key.end(), std::uint8_t{0});
+  }
   if (options.verbose) {
     nyb::NYBSetPlatformLogSink([](std::string_view line) {
       std::cerr << "nymbrel: library: " << line << (line.ends_with('\n') ? "" : "\n");

@@ -3,6 +3,7 @@
 #include <NymbrelCore/NYBArray.h>
 #include <NymbrelCore/NYBException.h>
 #include <NymbrelCore/NYBKeyedUnarchiver.h>
+#include <NymbrelCore/NYBSessionKey.h>
 #include <NymbrelCore/NYBUser.h>
 
 #include <algorithm>
@@ -113,8 +114,23 @@ ArchiveContents readArchive(const std::string& documentsDirectory) {
   if (!file.good() && !file.eof()) {
     throw CommandFailure(kExitFailure, "cannot read the archive " + archive.path);
   }
+  nyb::NYBSessionKey::Contents opened = nyb::NYBSessionKey::openArchive(nyb::NYBData(bytes));
+  using State = nyb::NYBSessionKey::State;
+  if (opened.state == State::KeyMissing) {
+    throw CommandFailure(kExitKey, "the archive " + archive.path +
+                                       " is encrypted: give its key with --key-file FILE (or "
+                                       "NYMBREL_KEY_FILE)");
+  }
+  if (opened.state == State::WrongKey) {
+    throw CommandFailure(kExitKey, "the key given does not open the archive " + archive.path +
+                                       ": it was written with another key");
+  }
+  if (opened.state == State::Damaged) {
+    throw CommandFailure(kExitFailure,
+                         "the archive " + archive.path + " is damaged: " + opened.reason);
+  }
   try {
-    NYBDynamicValue root = nyb::NYBKeyedUnarchiver::unarchiveObjectWithData(nyb::NYBData(bytes));
+    NYBDynamicValue root = nyb::NYBKeyedUnarchiver::unarchiveObjectWithData(opened.bytes);
     if (root.isPresent() && !root.isNull()) {
       archive.session = root.objectAs<nyb::NYBSessionData>();
       if (!archive.session) {

@@ -4,6 +4,7 @@
 #include <NymbrelCore/NYBConstants.h>
 #include <NymbrelCore/NYBDateFormatter.h>
 #include <NymbrelCore/NYBFormatter.h>
+#include <NymbrelCore/NYBImage.h>
 #include <NymbrelCore/NYBJSONSerialization.h>
 #include <NymbrelCore/NYBURLSession.h>
 #include <fcntl.h>
@@ -169,9 +170,12 @@ void RefusalKeeper::keep(const SessionHost::Event& event, const nyb::NYBSessionD
   if (photo && fs::exists(*photo, missing)) {
     fs::path copy = fs::path(kRejectedPhotoFolder) / (newActivityID() + ".png");
     try {
-      std::ifstream in(*photo, std::ios::binary);
-      std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-      if (!in.good() && !in.eof()) throw std::runtime_error("cannot read " + *photo);
+      // The queued file may be sealed under the data directory's key: the
+      // copy is the photo itself, for import to read.
+      std::optional<nyb::NYBData> png =
+          nyb::NYBImagePNGRepresentation(data->imageForRecord(event.record));
+      if (!png) throw std::runtime_error("cannot read " + *photo);
+      const std::string bytes(png->view());
       std::error_code ignored;
       fs::create_directory(directory_ / kRejectedPhotoFolder, ignored);
       fs::permissions(directory_ / kRejectedPhotoFolder, fs::perms::owner_all, ignored);

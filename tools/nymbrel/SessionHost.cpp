@@ -267,7 +267,9 @@ void openSession(SessionHost& host, const CommonOptions& options) {
   try {
     archive = readArchive(documentsDirectory(options));
   } catch (const CommandFailure& damage) {
-    if (!user) throw;
+    // Without the right key the archive is not damaged: starting anew would
+    // set the user's queue aside.
+    if (!user || damage.code() == kExitKey) throw;
     std::cerr << "nymbrel: " << damage.what() << "; starting a new session\n";
   }
   host.keepRefusalsIn(documentsDirectory(options));

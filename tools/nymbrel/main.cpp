@@ -43,7 +43,8 @@ int main(int argc, char** argv) {
       "queued (service unreachable, server error, time-out); 4 import skipped bad rows;\n"
       "5 a file, the archive, the development server or the server's copy failed; 6 the\n"
       "session could not be saved (nothing of this run is on disk); 7 another process is\n"
-      "using the data directory. When several apply, the lowest wins, except 6.");
+      "using the data directory; 8 the archive is encrypted and --key-file (NYMBREL_KEY_FILE)\n"
+      "is missing, unusable or holds another key. When several apply, the lowest wins, except 6.");
   std::vector<std::unique_ptr<Command>> commands;
   commands.push_back(addDemoCommand(app));
   commands.push_back(addSubmitCommand(app));
