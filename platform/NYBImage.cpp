@@ -183,27 +183,35 @@ std::optional<std::vector<std::uint8_t>> encodePNG(const std::uint8_t* pixels, s
     }
     deflateBand(pixels, width, bands[0]);
   }
-  std::vector<std::uint8_t> stream = {0x78, 0x01};  // zlib, 32 KiB window, fastest level
-  uLong adler = 1;
-  for (Band& band : bands) {
+  constexpr std::size_t kMaxChunk = std::size_t{1} << 30;
+  std::size_t size = 8 + 25 + 14 + 16 + 12;  // signature, IHDR, zlib header and trailer, IEND
+  for (const Band& band : bands) {
     if (!band.ok) return std::nullopt;
-    stream.insert(stream.end(), band.deflated.begin(), band.deflated.end());
-    adler = adler32_combine(adler, band.adler, static_cast<z_off_t>(band.rows * lineBytes));
-    std::vector<std::uint8_t>().swap(band.deflated);
+    size += band.deflated.size() + 12 * (band.deflated.size() / kMaxChunk + 1);
   }
-  appendBigEndian(stream, static_cast<std::uint32_t>(adler));
-
   std::vector<std::uint8_t> png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-  png.reserve(stream.size() + stream.size() / (1u << 30) * 12 + 64);
+  png.reserve(size);
   std::vector<std::uint8_t> header;
   appendBigEndian(header, static_cast<std::uint32_t>(width));
   appendBigEndian(header, static_cast<std::uint32_t>(height));
   header.insert(header.end(), {8, 6, 0, 0, 0});  // 8-bit RGBA, deflate, adaptive, progressive
   appendChunk(png, "IHDR", header.data(), header.size());
-  for (std::size_t at = 0; at < stream.size(); at += std::size_t{1} << 30) {
-    appendChunk(png, "IDAT", stream.data() + at,
-                std::min(stream.size() - at, std::size_t{1} << 30));
+  // The zlib stream may break anywhere between IDAT chunks: each band goes in
+  // chunks of its own, between the stream's header and its checksum.
+  const std::uint8_t zlibHeader[] = {0x78, 0x01};  // 32 KiB window, fastest level
+  appendChunk(png, "IDAT", zlibHeader, sizeof zlibHeader);
+  uLong adler = 1;
+  for (Band& band : bands) {
+    for (std::size_t at = 0; at < band.deflated.size(); at += kMaxChunk) {
+      appendChunk(png, "IDAT", band.deflated.data() + at,
+                  std::min(band.deflated.size() - at, kMaxChunk));
+    }
+    adler = adler32_combine(adler, band.adler, static_cast<z_off_t>(band.rows * lineBytes));
+    std::vector<std::uint8_t>().swap(band.deflated);
   }
+  std::vector<std::uint8_t> checksum;
+  appendBigEndian(checksum, static_cast<std::uint32_t>(adler));
+  appendChunk(png, "IDAT", checksum.data(), checksum.size());
   appendChunk(png, "IEND", nullptr, 0);
   return png;
 }
