@@ -1,13 +1,19 @@
-// The libcurl URL session: one multi handle driven by one worker thread, which
-// is also the thread on which completion handlers run.
+// The libcurl URL session: one multi handle per session, driven by whichever
+// thread holds the session's lock; one worker thread waits for the sockets and
+// is the thread on which completion handlers run.
 #include <curl/curl.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
-#include <deque>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -131,9 +137,8 @@ const std::string& userAgent() {
 
 using Clock = std::chrono::steady_clock;
 
-// Easy handles kept for reuse on the worker thread that made them (every
-// handle is made and released there), so that an exchange does not pay for a
-// fresh one.
+// Easy handles kept for reuse, so that an exchange does not pay for a fresh
+// one. Guarded by the session's lock.
 struct HandlePool {
   std::vector<CURL*> idle;
   ~HandlePool() {
@@ -154,7 +159,6 @@ struct HandlePool {
     idle.push_back(easy);
   }
 };
-thread_local HandlePool handlePool;
 
 // What one exchange may take; see NYBURLSessionConfiguration.
 struct Limits {
@@ -171,8 +175,8 @@ Clock::duration secondsToDuration(double seconds) {
   return std::chrono::milliseconds(std::llround(bounded * 1000.0));
 }
 
-// One exchange on its way through the multi handle. Touched only on the
-// worker thread.
+// One exchange on its way through the multi handle. Touched only under the
+// session's lock.
 struct Transfer {
   NYBURLRequest request;
   NYBURLSessionCompletion completion;
@@ -191,13 +195,15 @@ struct Transfer {
   curl_off_t bytesMoved = 0;
   std::size_t headerBytesSeen = 0;
   int requestsStarted = 0;
+  HandlePool* pool = nullptr;
   // Why a callback stopped the exchange, when one did.
   std::optional<NYBURLErrorCode> stoppedFor;
 
   Transfer(NYBURLRequest r, NYBURLSessionCompletion c)
       : request(std::move(r)), completion(std::move(c)) {}
+  // Destroyed under the session's lock once it holds a handle.
   ~Transfer() {
-    if (easy != nullptr) handlePool.give(easy);
+    if (easy != nullptr) pool->give(easy);
     curl_slist_free_all(headers);
   }
   Transfer(const Transfer&) = delete;
@@ -271,11 +277,13 @@ struct Transfer {
   }
 
   // Sets up the easy handle; an error when the request cannot be sent.
-  std::shared_ptr<NYBError> configure(const NYBURLSessionConfiguration& configuration) {
+  std::shared_ptr<NYBError> configure(const NYBURLSessionConfiguration& configuration,
+                                      HandlePool& handles) {
     if (!request.URL || !isHTTPScheme(*request.URL)) {
       return transportError(NYBURLErrorUnsupportedURL);
     }
-    easy = handlePool.take();
+    pool = &handles;
+    easy = handles.take();
     if (easy == nullptr) return transportError(NYBURLErrorUnknown, "curl_easy_init failed");
 
     limits.idleTimeout = secondsToDuration(
@@ -303,7 +311,10 @@ struct Transfer {
     curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
     curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
-    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+    // Answers are small JSON documents: gzip is worth asking for the large
+    // ones and costs little on either side; brotli at a server's default
+    // quality, or deflate's quirks, are not.
+    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "gzip");
     curl_easy_setopt(easy, CURLOPT_USERAGENT, userAgent().c_str());
     curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, errorBuffer);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Transfer::onBody);
@@ -358,41 +369,59 @@ struct Transfer {
   }
 };
 
-void finishWithError(std::unique_ptr<Transfer> transfer, std::shared_ptr<NYBError> error) {
-  NYBURLSessionCompletion completion = std::move(transfer->completion);
-  transfer.reset();
-  if (completion) completion(std::nullopt, nullptr, std::move(error));
+// How an exchange ended, ready to be handed to its completion once the
+// session's lock is released.
+struct Outcome {
+  NYBURLSessionCompletion completion;
+  std::optional<NYBData> data;
+  std::shared_ptr<const NYBHTTPURLResponse> response;
+  std::shared_ptr<NYBError> error;
+
+  void deliver() {
+    if (completion) completion(std::move(data), std::move(response), std::move(error));
+  }
+};
+
+Outcome failed(Transfer& transfer, std::shared_ptr<NYBError> error) {
+  return {std::move(transfer.completion), std::nullopt, nullptr, std::move(error)};
 }
 
-void finish(std::unique_ptr<Transfer> transfer, CURLcode result) {
-  NYBURLSessionCompletion completion = std::move(transfer->completion);
+// Reads the end of an exchange off its handle.
+Outcome conclude(Transfer& transfer, CURLcode result) {
+  Outcome outcome{std::move(transfer.completion), std::nullopt, nullptr, nullptr};
   // A status line that came before a failure still gives a response.
-  std::shared_ptr<const NYBHTTPURLResponse> response;
-  if (result == CURLE_OK || transfer->statusLineSeen) response = transfer->response();
-  std::shared_ptr<NYBError> error;
+  if (result == CURLE_OK || transfer.statusLineSeen) outcome.response = transfer.response();
   if (result == CURLE_OK) {
-    const std::int64_t status = response->statusCode();
-    if (status < 300 || status > 399 || !response->valueForHTTPHeaderField("Location")) {
-      NYBData data(std::move(transfer->received));
-      transfer.reset();
-      if (completion) completion(std::move(data), std::move(response), nullptr);
-      return;
+    const std::int64_t status = outcome.response->statusCode();
+    if (status < 300 || status > 399 || !outcome.response->valueForHTTPHeaderField("Location")) {
+      outcome.data = NYBData(std::move(transfer.received));
+      return outcome;
     }
     // The transport follows no redirect, so any one is one too many.
-    error = transportError(NYBURLErrorHTTPTooManyRedirects,
-                           "redirect not followed (status " + std::to_string(status) + ")");
-  } else if (transfer->stoppedFor) {
-    error = transportError(*transfer->stoppedFor);
+    outcome.error = transportError(NYBURLErrorHTTPTooManyRedirects,
+                                   "redirect not followed (status " + std::to_string(status) + ")");
+  } else if (transfer.stoppedFor) {
+    outcome.error = transportError(*transfer.stoppedFor);
   } else {
-    const std::string detail = transfer->errorBuffer[0] != '\0'
-                                   ? std::string(transfer->errorBuffer)
+    const std::string detail = transfer.errorBuffer[0] != '\0'
+                                   ? std::string(transfer.errorBuffer)
                                    : std::string(curl_easy_strerror(result));
-    error = transportError(codeForCurlResult(result), detail);
+    outcome.error = transportError(codeForCurlResult(result), detail);
   }
-  transfer.reset();
-  if (completion) completion(std::nullopt, std::move(response), std::move(error));
+  return outcome;
 }
 
+void deliverAll(std::vector<Outcome>& outcomes) {
+  for (Outcome& outcome : outcomes) outcome.deliver();
+  outcomes.clear();
+}
+
+// The exchanges of one session run on one multi handle. Whoever holds the
+// lock drives it: the thread that starts an exchange sets it up and writes its
+// request at once, and the worker thread waits (without the lock) in
+// epoll_wait on the sockets and one timer, which the multi handle's socket
+// callback and each pass keep up to date from either thread, so starting an
+// exchange never has to wake the worker. Completions run on the worker only, outside the lock.
 class CurlURLSession final : public NYBURLSession {
  public:
   explicit CurlURLSession(NYBURLSessionConfiguration configuration)
@@ -400,8 +429,8 @@ class CurlURLSession final : public NYBURLSession {
     static std::once_flag globalInit;
     std::call_once(globalInit, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
     worker_->configuration = configuration;
-    worker_->multi = curl_multi_init();
     std::lock_guard lock(worker_->mutex);
+    if (!worker_->open()) return;  // every exchange then ends as cancelled
     worker_->thread = std::thread(&Worker::run, worker_);
   }
 
@@ -409,8 +438,9 @@ class CurlURLSession final : public NYBURLSession {
     {
       std::lock_guard lock(worker_->mutex);
       worker_->stopping = true;
-      if (worker_->multi != nullptr) curl_multi_wakeup(worker_->multi);
+      worker_->wakeLocked();
     }
+    if (!worker_->thread.joinable()) return;
     if (worker_->thread.get_id() == std::this_thread::get_id()) {
       worker_->thread.detach();
     } else {
@@ -423,107 +453,215 @@ class CurlURLSession final : public NYBURLSession {
     {
       std::lock_guard lock(worker_->mutex);
       if (!worker_->stopping && worker_->multi != nullptr) {
-        worker_->incoming.push_back(std::move(transfer));
-        curl_multi_wakeup(worker_->multi);
+        worker_->startLocked(std::move(transfer));
         return;
       }
     }
-    finishWithError(std::move(transfer), transportError(NYBURLErrorCancelled));
+    failed(*transfer, transportError(NYBURLErrorCancelled)).deliver();
   }
 
  private:
   struct Worker {
     NYBURLSessionConfiguration configuration;
+    // Guards everything below but `thread`.
     std::mutex mutex;
-    CURLM* multi = nullptr;  // cleaned up by the worker thread, under the mutex
-    std::deque<std::unique_ptr<Transfer>> incoming;
+    CURLM* multi = nullptr;
+    int epoll = -1;
+    int timer = -1;  // timerfd: libcurl's own timeout and the exchanges' deadlines
+    int wake = -1;   // eventfd: outcomes to deliver, or stopping
+    HandlePool handles;
+    std::unordered_map<CURL*, std::unique_ptr<Transfer>> active;
+    // Outcomes decided away from the worker, for the worker to deliver.
+    std::vector<Outcome> decided;
+    std::optional<Clock::time_point> armedFor;
     bool stopping = false;
     std::thread thread;
+
+    bool open() {
+      epoll = ::epoll_create1(EPOLL_CLOEXEC);
+      timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+      wake = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+      multi = curl_multi_init();
+      if (epoll < 0 || timer < 0 || wake < 0 || multi == nullptr || !watch(timer, EPOLLIN) ||
+          !watch(wake, EPOLLIN)) {
+        closeLocked();
+        return false;
+      }
+      curl_multi_setopt(multi, CURLMOPT_SOCKETFUNCTION, &Worker::onSocket);
+      curl_multi_setopt(multi, CURLMOPT_SOCKETDATA, this);
+      return true;
+    }
+
+    void closeLocked() {
+      if (multi != nullptr) curl_multi_cleanup(multi);
+      multi = nullptr;
+      for (int* fd : {&epoll, &timer, &wake}) {
+        if (*fd >= 0) ::close(*fd);
+        *fd = -1;
+      }
+    }
+
+    bool watch(int fd, std::uint32_t events) {
+      epoll_event event{};
+      event.events = events;
+      event.data.fd = fd;
+      return ::epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) == 0;
+    }
+
+    void wakeLocked() const {
+      if (wake < 0) return;
+      const std::uint64_t one = 1;
+      [[maybe_unused]] const ssize_t written = ::write(wake, &one, sizeof one);
+    }
+
+    // libcurl's socket callback: keeps the epoll set to what it waits for.
+    // A socket it watches carries a non-null pointer (curl_multi_assign).
+    static int onSocket(CURL*, curl_socket_t socket, int what, void* context, void* assigned) {
+      auto* self = static_cast<Worker*>(context);
+      if (what == CURL_POLL_REMOVE) {
+        ::epoll_ctl(self->epoll, EPOLL_CTL_DEL, socket, nullptr);
+        curl_multi_assign(self->multi, socket, nullptr);
+        return 0;
+      }
+      epoll_event event{};
+      event.events = (what & CURL_POLL_IN ? EPOLLIN : 0u) | (what & CURL_POLL_OUT ? EPOLLOUT : 0u);
+      event.data.fd = socket;
+      if (assigned != nullptr) {
+        ::epoll_ctl(self->epoll, EPOLL_CTL_MOD, socket, &event);
+      } else if (::epoll_ctl(self->epoll, EPOLL_CTL_ADD, socket, &event) == 0) {
+        curl_multi_assign(self->multi, socket, self);
+      }
+      return 0;
+    }
+
+    void startLocked(std::unique_ptr<Transfer> transfer) {
+      if (auto error = transfer->configure(configuration, handles)) {
+        decided.push_back(failed(*transfer, std::move(error)));
+        wakeLocked();
+        return;
+      }
+      if (curl_multi_add_handle(multi, transfer->easy) != CURLM_OK) {
+        decided.push_back(
+            failed(*transfer, transportError(NYBURLErrorUnknown, "curl_multi_add_handle failed")));
+        wakeLocked();
+        return;
+      }
+      CURL* easy = transfer->easy;
+      active.emplace(easy, std::move(transfer));
+      // Connects, or writes the request on a kept connection, right here.
+      int running = 0;
+      curl_multi_socket_action(multi, CURL_SOCKET_TIMEOUT, 0, &running);
+      const std::size_t before = decided.size();
+      collectLocked(decided);
+      if (decided.size() != before) wakeLocked();
+      armLocked();
+    }
+
+    // Takes the exchanges libcurl has finished.
+    void collectLocked(std::vector<Outcome>& out) {
+      int queued = 0;
+      while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        CURL* easy = message->easy_handle;
+        const CURLcode result = message->data.result;
+        curl_multi_remove_handle(multi, easy);
+        auto found = active.find(easy);
+        if (found == active.end()) continue;
+        out.push_back(conclude(*found->second, result));
+        active.erase(found);
+      }
+    }
+
+    // Ends the exchanges past their deadline.
+    void expireLocked(std::vector<Outcome>& out) {
+      const auto now = Clock::now();
+      for (auto it = active.begin(); it != active.end();) {
+        if (now < it->second->deadline()) {
+          ++it;
+          continue;
+        }
+        curl_multi_remove_handle(multi, it->first);
+        out.push_back(conclude(*it->second, CURLE_OPERATION_TIMEDOUT));
+        it = active.erase(it);
+      }
+    }
+
+    // Sets the timer to the earliest of libcurl's own timeout (asked for
+    // afresh, so that none is ever missed) and the exchanges' deadlines.
+    void armLocked() {
+      std::optional<Clock::time_point> next;
+      long milliseconds = -1;
+      curl_multi_timeout(multi, &milliseconds);
+      if (milliseconds >= 0) next = Clock::now() + std::chrono::milliseconds(milliseconds);
+      for (const auto& [easy, transfer] : active) {
+        if (!next || transfer->deadline() < *next) next = transfer->deadline();
+      }
+      if (next == armedFor) return;
+      armedFor = next;
+      itimerspec spec{};
+      if (next) {
+        const auto since = std::chrono::duration_cast<std::chrono::nanoseconds>(
+            std::max(next->time_since_epoch(), Clock::duration(1)));
+        spec.it_value.tv_sec = static_cast<time_t>(since.count() / 1'000'000'000);
+        spec.it_value.tv_nsec = static_cast<long>(since.count() % 1'000'000'000);
+      }
+      ::timerfd_settime(timer, TFD_TIMER_ABSTIME, &spec, nullptr);
+    }
 
     static void run(const std::shared_ptr<Worker>& self) { self->loop(); }
 
     void loop() {
-      std::unordered_map<CURL*, std::unique_ptr<Transfer>> active;
+      std::array<epoll_event, 32> events{};
+      std::vector<Outcome> due;
       for (;;) {
-        std::deque<std::unique_ptr<Transfer>> batch;
-        bool stop = false;
+        const int count = ::epoll_wait(epoll, events.data(), events.size(), -1);
         {
           std::lock_guard lock(mutex);
-          batch.swap(incoming);
-          stop = stopping || multi == nullptr;
-        }
-        if (stop) {
-          shutDown(batch, active);
-          return;
-        }
-        for (auto& transfer : batch) {
-          if (auto error = transfer->configure(configuration)) {
-            finishWithError(std::move(transfer), std::move(error));
-            continue;
+          due.swap(decided);
+          if (stopping) {
+            shutDownLocked(due);
+          } else {
+            handleLocked(std::span(events.data(), count > 0 ? count : 0), due);
           }
-          if (curl_multi_add_handle(multi, transfer->easy) != CURLM_OK) {
-            finishWithError(std::move(transfer),
-                            transportError(NYBURLErrorUnknown, "curl_multi_add_handle failed"));
-            continue;
-          }
-          CURL* easy = transfer->easy;
-          active.emplace(easy, std::move(transfer));
         }
-
-        int running = 0;
-        curl_multi_perform(multi, &running);
-        int queued = 0;
-        while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
-          if (message->msg != CURLMSG_DONE) continue;
-          CURL* easy = message->easy_handle;
-          const CURLcode result = message->data.result;
-          curl_multi_remove_handle(multi, easy);
-          auto found = active.find(easy);
-          if (found == active.end()) continue;
-          std::unique_ptr<Transfer> transfer = std::move(found->second);
-          active.erase(found);
-          finish(std::move(transfer), result);
-        }
-        // Exchanges without progress for their time-out end here; the next
-        // deadline bounds the wait.
-        const auto now = Clock::now();
-        auto wait = std::chrono::milliseconds(60 * 1000);
-        for (auto it = active.begin(); it != active.end();) {
-          if (now >= it->second->deadline()) {
-            curl_multi_remove_handle(multi, it->first);
-            std::unique_ptr<Transfer> transfer = std::move(it->second);
-            it = active.erase(it);
-            finish(std::move(transfer), CURLE_OPERATION_TIMEDOUT);
-            continue;
-          }
-          wait = std::min(
-              wait, std::chrono::ceil<std::chrono::milliseconds>(it->second->deadline() - now));
-          ++it;
-        }
-        // Wakes for socket activity, libcurl's own timers or curl_multi_wakeup().
-        curl_multi_poll(multi, nullptr, 0, static_cast<int>(wait.count()), nullptr);
+        deliverAll(due);
+        std::lock_guard lock(mutex);
+        if (multi == nullptr) return;
       }
     }
 
-    void shutDown(std::deque<std::unique_ptr<Transfer>>& batch,
-                  std::unordered_map<CURL*, std::unique_ptr<Transfer>>& active) {
-      std::vector<std::unique_ptr<Transfer>> cancelled;
+    void handleLocked(std::span<const epoll_event> events, std::vector<Outcome>& due) {
+      int running = 0;
+      bool timedOut = false;
+      for (const epoll_event& event : events) {
+        std::uint64_t drained = 0;
+        if (event.data.fd == wake) {
+          [[maybe_unused]] const ssize_t n = ::read(wake, &drained, sizeof drained);
+        } else if (event.data.fd == timer) {
+          [[maybe_unused]] const ssize_t n = ::read(timer, &drained, sizeof drained);
+          armedFor.reset();
+          timedOut = true;
+        } else {
+          int mask = 0;
+          if (event.events & EPOLLIN) mask |= CURL_CSELECT_IN;
+          if (event.events & EPOLLOUT) mask |= CURL_CSELECT_OUT;
+          if (event.events & (EPOLLERR | EPOLLHUP)) mask |= CURL_CSELECT_ERR;
+          curl_multi_socket_action(multi, event.data.fd, mask, &running);
+        }
+      }
+      if (timedOut) curl_multi_socket_action(multi, CURL_SOCKET_TIMEOUT, 0, &running);
+      collectLocked(due);
+      expireLocked(due);
+      armLocked();
+    }
+
+    void shutDownLocked(std::vector<Outcome>& due) {
       for (auto& [easy, transfer] : active) {
         curl_multi_remove_handle(multi, easy);
-        cancelled.push_back(std::move(transfer));
+        due.push_back(failed(*transfer, transportError(NYBURLErrorCancelled)));
       }
       active.clear();
-      for (auto& transfer : batch) cancelled.push_back(std::move(transfer));
-      {
-        std::lock_guard lock(mutex);
-        for (auto& transfer : incoming) cancelled.push_back(std::move(transfer));
-        incoming.clear();
-        if (multi != nullptr) curl_multi_cleanup(multi);
-        multi = nullptr;
-      }
-      for (auto& transfer : cancelled) {
-        finishWithError(std::move(transfer), transportError(NYBURLErrorCancelled));
-      }
+      closeLocked();
     }
   };
 

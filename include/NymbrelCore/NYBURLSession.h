@@ -2,13 +2,17 @@
 // data tasks and the session that runs them.
 //
 // The shared session (sharedSession()) and every session made with
-// sessionWithConfiguration() run their exchanges over libcurl on one worker
-// thread per session, which is also the session's callback queue: every
-// completion handler runs there, exactly once, whatever happened (an answer,
-// a refused or lost connection, a time-out, a request without a URL). While
-// it runs, no other exchange of that session makes progress. Connections to
-// a host are kept open and reused. TLS peer and host verification are always
-// on; proxies come from the environment (http_proxy, https_proxy, no_proxy).
+// sessionWithConfiguration() run their exchanges over libcurl. The thread
+// that starts an exchange (resume()) sets it up and writes its request itself,
+// without waiting on the network; one worker thread per session waits for the
+// answers and is the session's callback queue: every completion handler runs
+// there, exactly once, whatever happened (an answer, a refused or lost
+// connection, a time-out, a request without a URL). While one runs, the
+// session's exchanges make no progress, but for the first write of one started
+// meanwhile. Connections to a host are kept open and reused. Answers are asked
+// for plain or gzip-compressed (and decoded). TLS peer and host verification
+// are always on; proxies come from the environment (http_proxy, https_proxy,
+// no_proxy).
 //
 // One exchange writes at most one request: when a kept-alive connection dies
 // before an answer, the request is not sent again (the server may hold it);

@@ -1,5 +1,6 @@
 #include "Faults.h"
 
+#include "Encoding.h"
 #include "Json.h"
 
 #include <rapidjson/stringbuffer.h>
@@ -157,7 +158,7 @@ std::optional<FaultAction> Faults::take(std::string_view method) {
       rapidjson::Document parsed;
       std::string error;
       action.contentType =
-          parseJson(action.body, parsed, error) ? "application/json" : "text/plain";
+          parseJson(action.body, parsed, error) ? kJsonContentType : "text/plain; charset=utf-8";
     }
     return action;
   }

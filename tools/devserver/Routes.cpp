@@ -1,6 +1,7 @@
 #include "Routes.h"
 
 #include "Connections.h"
+#include "Encoding.h"
 #include "Json.h"
 #include "Png.h"
 #include "Records.h"
@@ -22,7 +23,7 @@ enum class Body { None, Required, Optional };
 
 void answer(httplib::Response& response, int status, std::string body) {
   response.status = status;
-  response.set_content(std::move(body), "application/json");
+  response.set_content(std::move(body), kJsonContentType);
 }
 
 void fail(httplib::Response& response, int status, std::string_view message) {
@@ -209,6 +210,7 @@ void Routes::install(httplib::Server& server) {
                 answer(response, 201, faults_.describe());
               });
 
+  server.set_post_routing_handler(encodeAnswer);
   server.set_error_handler(httplib::Server::HandlerWithResponse(
       [](const httplib::Request&, httplib::Response& response) {
         if (!response.body.empty() || response.has_header(kFaultHeader)) {

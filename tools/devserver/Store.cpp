@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <cstdio>
 #include <stdexcept>
 
 namespace nyb::devserver {
@@ -113,12 +114,46 @@ Store::Store(const std::string& path) {
     sqlite3_close(db_);
     throw;
   }
+  committer_ = std::thread([this] { commitPeriodically(); });
 }
 
 Store::~Store() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  stopped_.notify_all();
+  committer_.join();
   std::lock_guard lock(mutex_);
+  try {
+    commitLocked();
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "nymbrel-devserver: %s\n", e.what());
+  }
   for (auto& [sql, statement] : statements_) sqlite3_finalize(statement);
   sqlite3_close(db_);
+}
+
+void Store::beginLocked() {
+  if (sqlite3_get_autocommit(db_) == 0) return;
+  exec("BEGIN IMMEDIATE");
+}
+
+void Store::commitLocked() {
+  if (sqlite3_get_autocommit(db_) == 0) exec("COMMIT");
+}
+
+void Store::commitPeriodically() {
+  std::unique_lock lock(mutex_);
+  while (!stopping_) {
+    stopped_.wait_for(lock, kCommitInterval);
+    try {
+      commitLocked();
+    } catch (const std::exception& e) {
+      // Tried again at the next interval and at the stop; the writes stay visible meanwhile.
+      std::fprintf(stderr, "nymbrel-devserver: %s\n", e.what());
+    }
+  }
 }
 
 void Store::exec(const char* sql) {
@@ -136,7 +171,8 @@ void Store::fail(const char* what) {
 
 void Store::insert(const Collection& collection, const std::vector<RecordRow>& rows) {
   std::lock_guard lock(mutex_);
-  exec("BEGIN");
+  beginLocked();
+  exec("SAVEPOINT rows");
   try {
     for (const auto& row : rows) {
       Statement statement(*this,
@@ -144,15 +180,17 @@ void Store::insert(const Collection& collection, const std::vector<RecordRow>& r
                           " VALUES (?, ?, ?, ?, ?, ?)");
       statement.bind(collection).bind(row.id).bindOptional(row.activityID).bind(row.json).step();
     }
-    exec("COMMIT");
+    exec("RELEASE rows");
   } catch (...) {
-    exec("ROLLBACK");
+    exec("ROLLBACK TO rows");
+    exec("RELEASE rows");
     throw;
   }
 }
 
 void Store::put(const Collection& collection, const RecordRow& row) {
   std::lock_guard lock(mutex_);
+  beginLocked();
   // An UPDATE keeps the row's place in the listing; an unknown id is inserted.
   Statement update(*this,
                    "UPDATE records SET activity_id = ?, body = ?"
@@ -189,6 +227,7 @@ std::optional<RecordRow> Store::findByActivity(const Collection& collection,
 
 bool Store::remove(const Collection& collection, std::string_view id) {
   std::lock_guard lock(mutex_);
+  beginLocked();
   Statement statement(*this,
                       "DELETE FROM records"
                       " WHERE organization = ? AND user_id = ? AND root = ? AND id = ?");
@@ -216,6 +255,7 @@ size_t Store::recordCount() {
 
 void Store::putMedia(const MediaRow& media) {
   std::lock_guard lock(mutex_);
+  beginLocked();
   Statement statement(*this,
                       "INSERT INTO media (id, organization, user_id, record_id, png)"
                       " VALUES (?, ?, ?, ?, ?)");

@@ -2,16 +2,24 @@
 //
 // Contract: one connection guarded by one mutex, so every member function may be called from
 // any thread and each is atomic on its own; a caller that needs several calls to act as one
-// (read, then write) serialises them itself. A file path keeps the data across restarts
-// (WAL journal, no fsync per commit: a development tool, not a vault); an empty path keeps
-// it in memory. Records are kept as their JSON text with their owner, root and activity ID;
-// listings come back in insertion order. SQLite failures throw std::runtime_error.
+// (read, then write) serialises them itself. A file path keeps the data across restarts; an
+// empty path keeps it in memory. Writes go into one open transaction that a thread of the
+// store commits every kCommitInterval, and the destructor commits the rest: every write is
+// visible to every later call at once and is in the file after a clean stop, while a crash
+// of the process loses at most the last interval's writes (a commit per write cost more than
+// serving the request). The WAL journal is flushed to the disk at checkpoints only: a
+// development tool, not a vault. Records are kept as their JSON text with their owner, root
+// and activity ID; listings come back in insertion order. SQLite failures throw
+// std::runtime_error.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -68,7 +76,17 @@ class Store {
   void exec(const char* sql);
   [[noreturn]] void fail(const char* what);
 
+  // Opens the transaction that the next commit ends, unless one is open.
+  void beginLocked();
+  void commitLocked();
+  void commitPeriodically();
+
+  static constexpr std::chrono::milliseconds kCommitInterval{100};
+
   std::mutex mutex_;
+  std::condition_variable stopped_;
+  bool stopping_ = false;
+  std::thread committer_;
   sqlite3* db_ = nullptr;
   // Prepared once, keyed by their SQL literal, finalised with the connection.
   std::unordered_map<const char*, sqlite3_stmt*> statements_;
