@@ -1,6 +1,7 @@
 // The nymbrel binary with a key file: what it queues is encrypted, and a
 // missing, wrong or unusable key stops it before it reads or replaces the
 // archive.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -15,6 +16,7 @@ namespace nyb::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::HasSubstr;
 
 std::string bytesOf(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
@@ -42,20 +44,20 @@ TEST(NymbrelKeyFile, AnEncryptedArchiveOpensOnlyWithItsKey) {
   const std::vector<std::string> queue = {"queue", "--data-dir", data.path().string()};
   run = runTool(queue);
   EXPECT_EQ(run.status, 8);
-  EXPECT_TRUE(contains(run.err, "is encrypted: give its key with --key-file")) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("is encrypted: give its key with --key-file"));
   run = runTool(queue, wrong);
   EXPECT_EQ(run.status, 8);
-  EXPECT_TRUE(contains(run.err, "written with another key")) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("written with another key"));
   // A session for the same user with the wrong key must not set the queue aside.
   EXPECT_EQ(runTool(submit, wrong).status, 8);
   EXPECT_EQ(bytesOf(archive), sealed);
   std::ofstream(other) << "not a key\n";
   run = runTool(queue, wrong);
   EXPECT_EQ(run.status, 8);
-  EXPECT_TRUE(contains(run.err, "holds no key")) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("holds no key"));
   run = runTool(queue, right);
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_TRUE(contains(run.out, "sleep")) << run.out;
+  EXPECT_THAT(run.out, HasSubstr("sleep"));
 }
 
 // The tool keeps a refused photo for import: the photo, not the sealed file.
