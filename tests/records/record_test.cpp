@@ -48,8 +48,6 @@ TEST(Record, PlainInitialiserSetsTheSourceAndTheDeviceDescriptionOnly) {
   utsname name{};
   ASSERT_EQ(::uname(&name), 0);
   TestRecord record;
-  EXPECT_EQ(record.source(), NYBDynamicValue("nymbrelmobile"));
-  EXPECT_EQ(record.sourceName(), NYBDynamicValue("NymbrelMobile"));
   EXPECT_EQ(record.extras(), NYBDynamicValue(NYBDictionary{
                                  {"mobile_device_manufacturer", "Apple"},
                                  {"mobile_device_model_number", name.machine},
