@@ -82,31 +82,39 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
   auto weighIn = std::make_shared<NYBWeight>();
   weighIn->setActivityID("day.2016/03?x=1&y=2 z\xC3\xA9#3");
   auto image = std::make_shared<NYBImage>(2, 2, std::vector<std::uint8_t>(16, 200));
-  for (const char* answer : {
-           R"({"biometrics":{"_id":"r-9","activity_id":"act-1","resting_heartrate":62}})",
-           R"({"biometrics":{"_id":"r-1"}})",
-           R"({"weight":{"_id":"w-1"}})",
-           R"({"code":200,"message":"deleted"})",
-           R"({"media":{"id":"m-1","url":"https://m/1"}})",
-           R"({"biometrics":[{"_id":"r-1"},"skipped",{"_id":"r-2"}]})",
-           R"({"media":{"id":"m-2"}})",
-       }) {
-    server().enqueue(ScriptedResponse::json(200, answer));
-  }
-  Call calls[7];
-  const std::function<void(NYBAPICompletion)> operations[7] = {
-      [&](auto c) { client->postRecord(fresh, c); },
-      [&](auto c) { client->updateRecord(stored, c); },
-      [&](auto c) { client->upsertRecord(weighIn, c); },
-      [&](auto c) { client->deleteRecord(stored, c); },
-      [&](auto c) { client->uploadImage(image, stored, c); },
-      [&](auto c) {
-        client->postMultipleRecords({stored, fresh}, c);
-      },
-      [&](auto c) { client->uploadImage(nullptr, stored, c); },
+  const std::string users = "/v1/organizations/org-7/users/u-1/";
+  const std::string media = users + "biometrics/r-1/media?authentication_token=" + kToken;
+  const struct {
+    std::function<void(NYBAPICompletion)> operation;
+    const char* answer;
+    const char* method;
+    std::string target;
+  } rows[] = {
+      {[&](auto c) { client->postRecord(fresh, c); },
+       R"({"biometrics":{"_id":"r-9","activity_id":"act-1","resting_heartrate":62}})", "POST",
+       users + "biometrics.json"},
+      {[&](auto c) { client->updateRecord(stored, c); }, R"({"biometrics":{"_id":"r-1"}})", "PUT",
+       users + "biometrics/r-1.json"},
+      // The full stop, blank, "#" and non-ASCII are encoded, the query characters are not.
+      {[&](auto c) { client->upsertRecord(weighIn, c); }, R"({"weight":{"_id":"w-1"}})", "PUT",
+       users + "weight/activity_id/day%2E2016/03?x=1&y=2%20z%C3%A9%233"},
+      {[&](auto c) { client->deleteRecord(stored, c); }, R"({"code":200,"message":"deleted"})",
+       "DELETE", users + "biometrics/r-1.json"},
+      // The token as it is, in the query and in the header.
+      {[&](auto c) { client->uploadImage(image, stored, c); },
+       R"({"media":{"id":"m-1","url":"https://m/1"}})", "POST", media},
+      {[&](auto c) {
+         client->postMultipleRecords({stored, fresh}, c);
+       },
+       R"({"biometrics":[{"_id":"r-1"},"skipped",{"_id":"r-2"}]})", "POST",
+       users + "biometrics.json"},
+      {[&](auto c) { client->uploadImage(nullptr, stored, c); }, R"({"media":{"id":"m-2"}})",
+       "POST", media},
   };
+  Call calls[7];
   for (int i = 0; i < 7; ++i) {
-    operations[i](calls[i].completion());
+    server().enqueue(ScriptedResponse::json(200, rows[i].answer));
+    rows[i].operation(calls[i].completion());
     calls[i].returned = true;
     ASSERT_TRUE(calls[i].await());
     EXPECT_EQ(calls[i].calls, 1);
@@ -114,24 +122,11 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
     EXPECT_FALSE(calls[i].beforeReturn);
     EXPECT_FALSE(calls[i].error);
   }
-
   const auto sent = server().requests();
   ASSERT_EQ(sent.size(), 7u);
-  const std::string users = "/v1/organizations/org-7/users/u-1/";
-  const std::string media = users + "biometrics/r-1/media?authentication_token=" + kToken;
-  const std::pair<const char*, std::string> lines[7] = {
-      {"POST", users + "biometrics.json"},
-      {"PUT", users + "biometrics/r-1.json"},
-      // The full stop, blank, "#" and non-ASCII are encoded, the query characters are not.
-      {"PUT", users + "weight/activity_id/day%2E2016/03?x=1&y=2%20z%C3%A9%233"},
-      {"DELETE", users + "biometrics/r-1.json"},
-      {"POST", media},  // the token as it is, in the query and in the header
-      {"POST", users + "biometrics.json"},
-      {"POST", media},
-  };
   for (int i = 0; i < 7; ++i) {
-    EXPECT_EQ(sent[i].method, lines[i].first);
-    EXPECT_EQ(sent[i].target, lines[i].second);
+    EXPECT_EQ(sent[i].method, rows[i].method);
+    EXPECT_EQ(sent[i].target, rows[i].target);
     EXPECT_EQ(*sent[i].header("X-Nymbrel-Mobile-Token"), kToken);
   }
   EXPECT_EQ(parse(sent[0].body), wrapped("biometrics", fresh->JSONObject()));
