@@ -16,7 +16,6 @@ namespace nyb {
 namespace {
 
 constexpr double kMarch2016 = 1456841109;  // 2016-03-01 14:05:09 UTC
-constexpr double kJuly2016 = 1467381909;   // 2016-07-01 14:05:09 UTC
 const char* const kDateTime = "yyyy-MM-dd'T'HH:mm:ssxxx";
 
 std::unique_ptr<NYBDateFormatter> makeFormatter(const std::string& pattern,
@@ -30,30 +29,23 @@ std::unique_ptr<NYBDateFormatter> makeFormatter(const std::string& pattern,
 }
 
 // The record documents prove the date-time pattern itself; here what they do not reach.
-TEST(NYBDateFormatterTest, ReadsAnyOffsetAndKeepsMilliseconds) {
+TEST(NYBDateFormatterTest, ReadsOnlyWholeValidTextAndWritesOnlyExpressibleInstants) {
   const auto utc = makeFormatter(kDateTime, "UTC");
   EXPECT_EQ(utc->dateFromString("2016-03-01T19:35:09+05:30"), NYBDate(kMarch2016));
   const auto millis = makeFormatter("yyyy-MM-dd HH:mm:ss.SSS", "UTC");
   EXPECT_EQ(millis->dateFromString("2016-03-01 14:05:09.250"), NYBDate(kMarch2016 + 0.25));
   EXPECT_EQ(millis->stringFromDate(NYBDate(-86400.5)), "1969-12-30 23:59:59.500");
-}
 
-TEST(NYBDateFormatterTest, TextThatDoesNotMatchTheWholePatternIsAbsent) {
-  const auto utc = makeFormatter(kDateTime, "UTC");
   for (const char* text :
-       {"", "garbage", "2016-03-01", "2016-03-01T09:05", "2016-03-01T09:05:09",
-        "2016-03-01T09:05:09-05:00 and more", "2016-03-01 09:05:09-05:00",
+       {"", "2016-03-01T09:05", "2016-03-01T09:05:09", "2016-03-01T09:05:09-05:00 and more",
         "2016-02-30T09:05:09-05:00", "2016-03-01T25:05:09-05:00", "2016/03/01T09:05:09-05:00"}) {
     EXPECT_EQ(utc->dateFromString(text), std::nullopt) << '"' << text << '"';
   }
   EXPECT_EQ(makeFormatter("yyyy-MM-dd", "UTC")->dateFromString("2016-03-01T00:00"), std::nullopt);
-
-  // Absent in, absent out; instants the calendar cannot express give absent too.
   EXPECT_EQ(utc->stringFromDate(std::nullopt), std::nullopt);
-  EXPECT_EQ(utc->stringFromDate(NYBDate(NAN)), std::nullopt);
-  EXPECT_EQ(utc->stringFromDate(NYBDate(INFINITY)), std::nullopt);
-  EXPECT_EQ(utc->stringFromDate(NYBDate(1e300)), std::nullopt);
-
+  for (double instant : {double(NAN), double(INFINITY), 1e300}) {
+    EXPECT_EQ(utc->stringFromDate(NYBDate(instant)), std::nullopt) << instant;
+  }
   // A malformed pattern (an unquoted letter that is no field) makes nothing.
   const auto malformed = makeFormatter("yyyy-MM-ddTHH", "UTC");
   EXPECT_EQ(malformed->stringFromDate(NYBDate(kMarch2016)), std::nullopt);
@@ -62,19 +54,16 @@ TEST(NYBDateFormatterTest, TextThatDoesNotMatchTheWholePatternIsAbsent) {
 
 TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
   const auto offset = makeFormatter("xxx", std::nullopt, std::nullopt);
-  const auto local = makeFormatter(kDateTime, std::nullopt);
   const auto fixed = makeFormatter("xxx", "Asia/Tokyo");
   const std::string before = NYBDateFormatter::deviceTimeZoneID();
   {
     test::TimeZoneOverride zone("America/New_York");
-    EXPECT_EQ(offset->stringFromDate(NYBDate(kJuly2016)), "-04:00");
-    EXPECT_EQ(local->stringFromDate(NYBDate(kMarch2016)), "2016-03-01T09:05:09-05:00");
-    EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+09:00");
-
+    EXPECT_EQ(offset->stringFromDate(NYBDate(1467381909)), "-04:00");  // July: summer time
+    EXPECT_EQ(makeFormatter(kDateTime, std::nullopt)->stringFromDate(NYBDate(kMarch2016)),
+              "2016-03-01T09:05:09-05:00");
     NYBDateFormatter::setDeviceTimeZone("Asia/Kolkata");
     EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "+05:30");
     EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+09:00");
-
     // A formatter that gives up its own zone follows the device from then on.
     fixed->setTimeZone(std::nullopt);
     EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+05:30");
@@ -103,9 +92,9 @@ TEST(NYBDateFormatterTest, OneFormatterServesManyThreadsWhileTheDeviceZoneChange
     threads.emplace_back([&, t] {
       for (int i = 0; i < 300; ++i) {
         const NYBDate date(kMarch2016 + t * 1000 + i);
-        const std::optional<std::string> text = utc->stringFromDate(date);
+        const auto text = utc->stringFromDate(date);
+        const auto offset = device->stringFromDate(date);
         if (!text || utc->dateFromString(*text) != date) ++mismatches;
-        const std::optional<std::string> offset = device->stringFromDate(date);
         if (offset != "+00:00" && offset != "-05:00") ++mismatches;
       }
     });

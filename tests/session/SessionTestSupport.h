@@ -23,6 +23,7 @@
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDocuments.h"
 #include "NymbrelCore/NYBFakeReachabilitySource.h"
+#include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "NymbrelCore/NYBNotificationCenter.h"
 #include "NymbrelCore/NYBRoutine.h"
 #include "NymbrelCore/NYBRunLoop.h"
@@ -79,6 +80,12 @@ inline std::string activityIn(const std::string& body) {
 inline std::string bytesOf(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// The session data the archive in a documents directory holds now.
+inline std::shared_ptr<NYBSessionData> archived(const std::filesystem::path& documents) {
+  return NYBKeyedUnarchiver::unarchiveObjectWithData(NYBData(bytesOf(documents / "sessionData")))
+      .objectAs<NYBSessionData>();
 }
 
 struct Posted {

@@ -3,14 +3,9 @@
 // for recovery rather than written over or deleted.
 #include <sys/stat.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <thread>
 
-#include "NymbrelCore/NYBKeyedArchiver.h"
-#include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "session/SessionTestSupport.h"
 #include "session/SessionTesting.h"
 #include "support/LogCapture.h"
@@ -94,10 +89,7 @@ TEST_F(ArchiveIntegrity, ASaveRacingTheEndOfAWriteIsNeverLost) {
     const std::size_t writes = session->archiveWriteCount();
     while (session->archiveWriteCount() == writes) session->saveSessionData();
     ASSERT_TRUE(session->waitForArchiveWrites(10s)) << "a save was never written";
-    std::ifstream file(documents.path() / "sessionData", std::ios::binary);
-    const NYBData bytes(std::vector<std::uint8_t>(std::istreambuf_iterator<char>(file), {}));
-    auto onDisk = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<NYBSessionData>();
-    ASSERT_EQ(queueOf(onDisk), std::vector<std::string>{last});
+    ASSERT_EQ(queueOf(archived(documents.path())), std::vector<std::string>{last});
   }
   nyb::session::Testing::setProcessingRecord(*session, nullptr);
 }

@@ -1,52 +1,27 @@
 // The session data store: the upload queue, the photo map and its files in a
 // real documents directory, and the archive round trip.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "NymbrelCore/NYBArray.h"
-#include "NymbrelCore/NYBDocuments.h"
 #include "NymbrelCore/NYBKeyedArchiver.h"
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
-#include "NymbrelCore/NYBSessionData.h"
+#include "session/SessionTestSupport.h"
 #include "support/LogCapture.h"
-#include "support/TempDir.h"
 
-namespace nyb {
+namespace nyb::test {
 namespace {
 
 namespace fs = std::filesystem;
+using Queue = std::vector<std::string>;
 
-std::shared_ptr<NYBRecord> record(const char* activityID) {
-  auto made = std::make_shared<NYBRecord>();
-  made->setActivityID(activityID);
-  made->setTimestamp(NYBDate(1'500'000'000));
-  return made;
-}
-
-std::shared_ptr<NYBImage> image(std::uint8_t shade) {
-  std::vector<std::uint8_t> pixels;
-  for (int pixel = 0; pixel < 6; ++pixel) pixels.insert(pixels.end(), {shade, 20, 30, 255});
-  return std::make_shared<NYBImage>(3, 2, std::move(pixels));
-}
-
-std::vector<NYBDynamicValue> queueOf(const NYBSessionData& data) {
-  return data.records().array()->elements();
-}
-
-class SessionData : public ::testing::Test {
+class SessionData : public SessionFixture {
  protected:
   void SetUp() override {
-    NYBDocuments::setDocumentsDirectory(documents.path().string());
+    SessionFixture::SetUp();
     data = std::make_shared<NYBSessionData>(user);
   }
-  void TearDown() override { NYBDocuments::setDocumentsDirectory(""); }
 
   fs::path imageDirectory() const { return documents.path() / "images"; }
   // The file name the photo of a record gets: its model hash, in decimal.
@@ -54,30 +29,29 @@ class SessionData : public ::testing::Test {
     return std::to_string(r->hash()) + ".png";
   }
 
-  test::TempDir documents;
   std::shared_ptr<NYBUser> user = std::make_shared<NYBUser>("u-1", "org-9", "token-abc");
   std::shared_ptr<NYBSessionData> data;
 };
 
 TEST_F(SessionData, QueueIsFirstInFirstOutAndRemovesOnlyAMatchingHead) {
-  auto a = record("a"), b = record("b"), c = record("c");
+  auto a = weight("a"), b = weight("b"), c = weight("c");
   data->addRecord(a);
   data->addRecord(nullptr);
   data->addRecords({b, nullptr, c});
   data->addRecords(NYBDynamicValue());  // absent: ignored
   const NYBDynamicValue before = data->records();
-  EXPECT_EQ(queueOf(*data), (std::vector<NYBDynamicValue>{a, b, c}));
+  EXPECT_EQ(queueOf(data), (Queue{"a", "b", "c"}));
 
   // Not the head: nothing happens. An equal record, not the same object, is a match.
   data->removeNextRecordIfMatch(b);
   data->removeNextRecordIfMatch(nullptr);
-  data->removeNextRecordIfMatch(record("a"));
-  EXPECT_EQ(queueOf(*data), (std::vector<NYBDynamicValue>{b, c}));
+  data->removeNextRecordIfMatch(weight("a"));
+  EXPECT_EQ(queueOf(data), (Queue{"b", "c"}));
   // What was handed out before did not change under its holder.
   EXPECT_EQ(before.array()->size(), 3U);
 
   data->addRecords(NYBDynamicValue(NYBArray{a, "not a record"}));
-  EXPECT_EQ(queueOf(*data), (std::vector<NYBDynamicValue>{b, c, a}));
+  EXPECT_EQ(queueOf(data), (Queue{"b", "c", "a"}));
   for (const auto& each : {b, c, a, a}) data->removeNextRecordIfMatch(each);  // the last: empty
   EXPECT_FALSE(data->hasRecords());
 }
@@ -88,26 +62,23 @@ TEST_F(SessionData, APhotoIsWrittenAsAPrivatePNGNamedAfterTheRecord) {
   ASSERT_EQ(::stat(imageDirectory().c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0700U);
 
-  auto r = record("photo");
-  data->addRecord(r, image(10));
+  auto r = weight("photo");
+  data->addRecord(r, photo(10));
   EXPECT_EQ(data->peekNextRecord(), r);
   const fs::path file = imageDirectory() / fileNameOf(r);
   EXPECT_EQ(data->imageFilepathForRecord(r), file.string());
   ASSERT_EQ(::stat(file.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600U);
 
-  // The file is a PNG of the very pixels; an equal record finds it.
-  char signature[8] = {};
-  std::ifstream(file, std::ios::binary).read(signature, 8);
-  EXPECT_EQ(std::string(signature, 8), "\x89PNG\r\n\x1a\n");
-  ASSERT_NE(data->imageForRecord(record("photo")), nullptr);
-  EXPECT_EQ(*data->imageForRecord(record("photo")), *image(10));
+  // The file holds the very pixels; an equal record finds it.
+  ASSERT_NE(data->imageForRecord(weight("photo")), nullptr);
+  EXPECT_EQ(*data->imageForRecord(weight("photo")), *photo(10));
 
   // A second record with the same values shares the file: the later photo wins.
-  data->addRecord(record("photo"), image(99));
-  EXPECT_EQ(queueOf(*data).size(), 2U);
+  data->addRecord(weight("photo"), photo(99));
+  EXPECT_EQ(queueOf(data).size(), 2U);
   EXPECT_EQ(data->imageFilenames().dictionary()->size(), 1U);
-  EXPECT_EQ(*data->imageForRecord(r), *image(99));
+  EXPECT_EQ(*data->imageForRecord(r), *photo(99));
 
   // Changing a record after it was queued loses its photo: the key no longer matches.
   r->setComment("changed");
@@ -120,21 +91,21 @@ TEST_F(SessionData, APhotoIsWrittenAsAPrivatePNGNamedAfterTheRecord) {
   EXPECT_TRUE(fs::exists(file));
   data->eraseImageDirectoryContents();
   EXPECT_TRUE(fs::is_directory(imageDirectory()) && fs::is_empty(imageDirectory()));
-  EXPECT_TRUE(data->hasImageForRecord(record("photo")));
+  EXPECT_TRUE(data->hasImageForRecord(weight("photo")));
 }
 
 TEST_F(SessionData, AFailedPhotoWriteQueuesTheRecordWithoutItsPhoto) {
-  test::LogCapture log;
+  LogCapture log;
   // No image directory yet, then an image with no pixels: neither is written.
-  auto first = record("first"), second = record("second");
-  data->addRecord(first, image(1));
+  auto first = weight("first"), second = weight("second");
+  data->addRecord(first, photo(1));
   data->verifyImageDirectory();
   data->addRecord(second, std::make_shared<NYBImage>(0, 0));
   // Either argument absent: nothing at all.
-  data->addRecord(nullptr, image(1));
-  data->addRecord(record("third"), nullptr);
+  data->addRecord(nullptr, photo(1));
+  data->addRecord(weight("third"), nullptr);
 
-  EXPECT_EQ(queueOf(*data), (std::vector<NYBDynamicValue>{first, second}));
+  EXPECT_EQ(queueOf(data), (Queue{"first", "second"}));
   EXPECT_FALSE(data->hasImages());
   EXPECT_EQ(log.lines(), (std::vector<std::string>{
                              "NYBSessionData: Error converting image to PNG representation",
@@ -155,10 +126,10 @@ TEST_F(SessionData, AFailedPhotoWriteQueuesTheRecordWithoutItsPhoto) {
 
 TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord) {
   data->verifyImageDirectory();
-  auto queued = record("walk");
-  auto other = record("run");
-  data->addRecord(other, image(2));
-  data->addRecord(queued, image(3));
+  auto queued = weight("walk");
+  auto other = weight("run");
+  data->addRecord(other, photo(2));
+  data->addRecord(queued, photo(3));
   const std::string fileName = fileNameOf(queued);
 
   // Photos exist, but no record has been accepted yet.
@@ -166,7 +137,7 @@ TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord)
 
   // The service's copy carries a recordID: the photo moves over, keeping the
   // file (and the name made from the old record).
-  auto accepted = record("walk");
+  auto accepted = weight("walk");
   accepted->setRecordID("srv-1");
   data->replaceImageRecord(queued, accepted);
   EXPECT_FALSE(data->hasImageForRecord(queued));
@@ -174,10 +145,10 @@ TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord)
   auto next = data->findNextImageRecordWithRecordID();
   ASSERT_NE(next, nullptr);
   EXPECT_TRUE(next->isEqual(*accepted));
-  EXPECT_EQ(*data->imageForRecord(accepted), *image(3));
+  EXPECT_EQ(*data->imageForRecord(accepted), *photo(3));
 
   // Nothing to move: nothing is added.
-  data->replaceImageRecord(record("never queued"), record("stray"));
+  data->replaceImageRecord(weight("never queued"), weight("stray"));
   data->replaceImageRecord(nullptr, accepted);
   EXPECT_EQ(data->imageFilenames().dictionary()->size(), 2U);
 
@@ -192,7 +163,7 @@ TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord)
   // A photo file gone from disk: no image, and the mapping still goes, logged once.
   fs::remove(imageDirectory() / fileNameOf(other));
   EXPECT_EQ(data->imageForRecord(other), nullptr);
-  test::LogCapture log;
+  LogCapture log;
   data->removeImageForRecord(other);
   data->removeImageForRecord(other);  // no mapping any more: no file to delete, no log
   data->eraseImageFiles(data->deferredImageDeletions());
@@ -203,7 +174,7 @@ TEST_F(SessionData, PhotosWaitForTheServiceIdentifierAndMoveToTheAcceptedRecord)
 }
 
 TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
-  auto r = record("hostile");
+  auto r = weight("hostile");
   EXPECT_EQ(data->pathForImageName(std::nullopt), std::nullopt);
   EXPECT_EQ(data->pathForImageName("12.png"), (imageDirectory() / "12.png").string());
   for (const char* name : {"../sessionData", "a/b.png", "..", ".", ""}) {
@@ -214,7 +185,7 @@ TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
   const fs::path outside = documents.path() / "keep";
   std::ofstream(outside) << "keep";
   data->setImageFilenames(NYBDictionary{{r, "../keep"}});
-  test::LogCapture log;
+  LogCapture log;
   data->removeImageForRecord(r);
   EXPECT_TRUE(fs::exists(outside));
   EXPECT_FALSE(data->hasImages());
@@ -222,11 +193,11 @@ TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
 
 TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {
   data->verifyImageDirectory();
-  auto first = record("first"), second = record("second"), third = record("third");
+  auto first = weight("first"), second = weight("second"), third = weight("third");
   data->addRecord(first);
-  data->addRecord(second, image(6));
-  data->addRecord(third, image(7));
-  auto accepted = record("second");
+  data->addRecord(second, photo(6));
+  data->addRecord(third, photo(7));
+  auto accepted = weight("second");
   accepted->setRecordID("srv-2");
   data->replaceImageRecord(second, accepted);
   data->setData(NYBData(std::string_view("\x01\x02")), 3);
@@ -238,7 +209,7 @@ TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {
   ASSERT_NE(restored, nullptr);
   EXPECT_TRUE(restored->isEqual(*data));
 
-  EXPECT_EQ(queueOf(*restored), (std::vector<NYBDynamicValue>{first, second, third}));
+  EXPECT_EQ(queueOf(restored), (Queue{"first", "second", "third"}));
   EXPECT_EQ(restored->user().objectAs<NYBUser>()->accessToken(), "token-abc");
 
   // The photo map answers for the restored records and for the originals,
@@ -248,7 +219,7 @@ TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {
   auto next = restored->findNextImageRecordWithRecordID();
   ASSERT_NE(next, nullptr);
   EXPECT_EQ(next->recordID(), "srv-2");
-  EXPECT_EQ(*restored->imageForRecord(next), *image(6));
+  EXPECT_EQ(*restored->imageForRecord(next), *photo(6));
   EXPECT_EQ(restored->dataForBluetoothPeripheralID(3), NYBData(std::string_view("\x01\x02")));
 
   // Absent properties stay absent.
@@ -258,4 +229,4 @@ TEST_F(SessionData, TheArchiveKeepsQueueOrderPhotoMapAndAddOnState) {
 }
 
 }  // namespace
-}  // namespace nyb
+}  // namespace nyb::test

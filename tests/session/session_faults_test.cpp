@@ -2,9 +2,6 @@
 // request is in flight, a record cannot be written as JSON, reachability is
 // announced from another thread, an observer changes what it was handed, and
 // the program ends while the archive is being written.
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -13,6 +10,7 @@
 #include "NymbrelCore/NYBKeyedArchiver.h"
 #include "session/SessionTestSupport.h"
 #include "session/SessionTesting.h"
+#include "support/RunProgram.h"
 
 extern char** environ;
 
@@ -185,23 +183,15 @@ TEST_F(SessionFaults, AWriteUnderWayWhenTheProgramEndsIsFinished) {
     std::filesystem::remove_all(documents.path());  // the child's own, unused
     std::exit(session->writeInProgress() ? 0 : 3);
   }
-  const std::string variable = "NYB_EXIT_DURING_WRITE=" + documents.path().string();
-  std::string filter = "--gtest_filter=SessionFaults.AWriteUnderWayWhenTheProgramEndsIsFinished";
-  std::string self = "/proc/self/exe";
-  std::vector<char*> env;
-  for (char** each = environ; *each != nullptr; ++each) env.push_back(*each);
-  env.push_back(const_cast<char*>(variable.c_str()));
-  env.push_back(nullptr);
-  char* argv[] = {self.data(), filter.data(), nullptr};
-  pid_t child = 0;
-  ASSERT_EQ(posix_spawn(&child, self.c_str(), nullptr, nullptr, argv, env.data()), 0);
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status)) << status;
-  EXPECT_EQ(WEXITSTATUS(status), 0);
+  std::vector<std::string> environment{"NYB_EXIT_DURING_WRITE=" + documents.path().string()};
+  for (char** each = environ; *each != nullptr; ++each) environment.emplace_back(*each);
+  const ProgramRun child = runProgram(
+      {"/proc/self/exe", "--gtest_filter=SessionFaults.AWriteUnderWayWhenTheProgramEndsIsFinished"},
+      environment);
+  EXPECT_EQ(child.status, 0) << child.err;
   EXPECT_EQ(makeSession()->sessionData()->records().array()->size(), kRecords);
-  nyb::session::Testing::setProcessingRecord(*session,
-                                             nullptr);  // no user: the head was marked in flight
+  // No user: the head was marked in flight.
+  nyb::session::Testing::setProcessingRecord(*session, nullptr);
 }
 
 }  // namespace

@@ -1,18 +1,10 @@
-// A raw-socket HTTP/1.1 server on 127.0.0.1 (or another loopback address)
-// for tests and benchmarks.
-//
-// It listens on an ephemeral port from construction and serves on a thread of
-// its own. Every request is recorded exactly as it arrived: method, target,
-// header fields in order and body bytes, with the index of the connection it
-// came on (so that reuse of a kept-alive connection is visible). Requests are
-// answered in order from a script of responses; when the script is empty, the
-// default response answers (200 with the body "{}" unless set). A scripted
-// response can also close the connection in the middle of its answer, send
-// bytes that are not HTTP, reset the connection, close it without a byte of
-// answer, drip its body one byte at a time, or never answer at all.
-//
-// Every member may be called from any thread. shared() gives the one server a test program
-// points the library at.
+// A raw-socket HTTP/1.1 server on a loopback address for tests and benchmarks: the one harness
+// every test that needs a raw server uses. It listens on an ephemeral port from construction and
+// serves on a thread of its own. Every request is recorded exactly as it arrived, with the index
+// of the connection it came on (so that reuse of a kept-alive connection is visible). Requests
+// are answered in order from a script of responses, then by the default response (200 "{}"
+// unless set). Every member may be called from any thread; shared() gives the one server a test
+// program points the library at.
 #pragma once
 
 #include <chrono>

@@ -9,13 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "support/ChildProcess.h"
+
 namespace nyb::test {
 
-struct ProgramRun {
-  int status = -1;  // the exit status; -1 when killed or timed out
-  std::string out;
-  std::string err;
-};
+using ProgramRun = ChildProcess::Output;  // status -1 when killed or timed out
 
 // argv[0] is the program's path. `environment` holds "NAME=value" entries;
 // absent: the test's own environment.
