@@ -113,8 +113,8 @@ TEST(RecordQueue, TheCheckAtLoadRejectsWhatAFullDecodeRejectsSoNoRecordFailsLate
                                {"d", NYBDecimal::fromString("98.6")},
                                {"u", *NYBURL::URLWithString("https://x.example/a")}});
   data.addRecord(odd);
-  const std::vector<std::uint8_t>& good =
-      NYBKeyedArchiver::archivedDataWithRootObject(data.snapshot()).vector();
+  const NYBData archived = NYBKeyedArchiver::archivedDataWithRootObject(data.snapshot());
+  const std::vector<std::uint8_t>& good = archived.vector();
   std::vector<NYBData> variants;
   for (std::size_t length = 0; length < good.size(); ++length) {
     variants.emplace_back(std::vector<std::uint8_t>(good.begin(), good.begin() + length));
