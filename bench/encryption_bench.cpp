@@ -9,24 +9,13 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "NymbrelCore/NymbrelCore.h"
-#include "session/SessionTesting.h"
+#include "BenchSession.h"
 
 namespace {
 
 using namespace nyb;
+using namespace nyb::bench;
 namespace fs = std::filesystem;
-
-const fs::path& documents() {
-  static const fs::path path = [] {
-    std::string pattern = (fs::temp_directory_path() / "nyb-encryption-bench-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) std::abort();
-    NYBDocuments::setDocumentsDirectory(pattern);
-    std::atexit([] { fs::remove_all(documents()); });
-    return fs::path(pattern);
-  }();
-  return path;
-}
 
 void useKey(bool keyed) {
   if (!keyed) {
@@ -38,32 +27,8 @@ void useKey(bool keyed) {
   NYBSessionKey::setKey(key);
 }
 
-// A session of `count` queued records, saved once; nothing is sent.
-std::shared_ptr<NYBSession> sessionWith(long count) {
-  documents();
-  auto reachability = std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
-  auto session = NYBSession::sessionWithConfiguration({reachability});
-  nyb::session::Testing::setProcessingRecord(*session, std::make_shared<NYBWeight>());
-  session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
-  std::vector<std::shared_ptr<NYBRecord>> records;
-  for (long i = 0; i < count; ++i) {
-    auto record = std::make_shared<NYBWeight>();
-    record->setActivityID("bench-" + std::to_string(i));
-    record->setTimestamp(NYBDate(1'456'841'109 + static_cast<double>(i)));
-    record->setWeight(60.0 + static_cast<double>(i % 400) / 10.0);
-    record->setComment("morning, before breakfast");
-    records.push_back(record);
-  }
-  session->sessionData()->addRecords(records);
-  session->saveSessionData();
-  session->waitForArchiveWrites();
-  return session;
-}
-
-void finish(const std::shared_ptr<NYBSession>& session) {
-  session->waitForArchiveWrites();
-  session->endSession();
-  nyb::session::Testing::setProcessingRecord(*session, nullptr);
+void finishKeyed(const std::shared_ptr<NYBSession>& session) {
+  finish(session);
   NYBSessionKey::clearKeys();
 }
 
@@ -75,7 +40,7 @@ void SaveArchive(benchmark::State& state) {
     session->waitForArchiveWrites();
   }
   state.counters["bytes"] = static_cast<double>(fs::file_size(documents() / "sessionData"));
-  finish(session);
+  finishKeyed(session);
 }
 
 void LoadArchive(benchmark::State& state) {
@@ -87,7 +52,7 @@ void LoadArchive(benchmark::State& state) {
   }
   state.counters["records"] =
       static_cast<double>(session->sessionData()->records().array()->size());
-  finish(session);
+  finishKeyed(session);
 }
 
 }  // namespace

@@ -43,8 +43,7 @@
 #include <random>
 #include <string>
 
-#include "NymbrelCore/NymbrelCore.h"
-#include "session/SessionTesting.h"
+#include "BenchSession.h"
 
 extern char** environ;
 
@@ -54,53 +53,7 @@ using namespace nyb;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-// A documents directory of the benchmark's own, removed at exit.
-const fs::path& documents() {
-  static const fs::path path = [] {
-    std::string pattern = (fs::temp_directory_path() / "nyb-session-bench-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) std::abort();
-    NYBDocuments::setDocumentsDirectory(pattern);
-    std::atexit([] { fs::remove_all(documents()); });
-    return fs::path(pattern);
-  }();
-  return path;
-}
-
-std::shared_ptr<NYBWeight> weight(long index) {
-  auto record = std::make_shared<NYBWeight>();
-  record->setActivityID("bench-" + std::to_string(index));
-  record->setTimestamp(NYBDate(1'456'841'109 + static_cast<double>(index)));
-  record->setWeight(60.0 + static_cast<double>(index % 400) / 10.0);
-  record->setComment("morning, before breakfast");
-  return record;
-}
-
-std::vector<std::shared_ptr<NYBRecord>> records(long count) {
-  std::vector<std::shared_ptr<NYBRecord>> made;
-  made.reserve(static_cast<std::size_t>(count));
-  for (long i = 0; i < count; ++i) made.push_back(weight(i));
-  return made;
-}
-
-// A started session whose user has `queued` records waiting. With `idle`
-// false a record is marked in flight, so that submissions only queue.
-std::shared_ptr<NYBSession> sessionWith(long queued, bool idle = false) {
-  documents();
-  auto reachability = std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
-  auto session = NYBSession::sessionWithConfiguration({reachability});
-  if (!idle) nyb::session::Testing::setProcessingRecord(*session, weight(-1));
-  session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
-  session->sessionData()->addRecords(records(queued));
-  session->saveSessionData();
-  session->waitForArchiveWrites();
-  return session;
-}
-
-void finish(const std::shared_ptr<NYBSession>& session) {
-  session->waitForArchiveWrites();
-  session->endSession();
-  nyb::session::Testing::setProcessingRecord(*session, nullptr);
-}
+using namespace nyb::bench;
 
 // ---- Main-thread cost of a submission -----------------------------------------
 
