@@ -11,7 +11,7 @@
 //     which the test points at a closed port, so every record stays queued.
 //
 //   nyb_crash_host load <documents>
-//     Starts a session in <documents> and prints what it loaded: "id <activity
+//     Starts a session in <documents>, offline, and prints what it loaded: "id <activity
 //     ID>" for each queued record, "photo-missing <name>" for each photo whose
 //     file is gone or does not open, "log <line>" for each platform log line but the first (the
 //     library description), "orphan <name>" for each file of the image
@@ -45,8 +45,10 @@ void line(const std::string& text) {
   std::fflush(stdout);
 }
 
-std::shared_ptr<NYBSession> startSession() {
-  auto reachability = std::make_shared<NYBFakeReachabilitySource>(kNYBReachabilityFlagsReachable);
+// Offline, a session only loads: no upload's failure joins what it logs.
+std::shared_ptr<NYBSession> startSession(bool online = true) {
+  auto reachability =
+      std::make_shared<NYBFakeReachabilitySource>(online ? kNYBReachabilityFlagsReachable : 0);
   return NYBSession::sessionWithConfiguration({reachability});
 }
 
@@ -103,7 +105,7 @@ int load(const std::string& documents) {
   NYBSetPlatformLogSink([&logged](std::string_view text) { logged.emplace_back(text); });
   std::shared_ptr<NYBSession> session;
   try {
-    session = startSession();
+    session = startSession(false);
   } catch (const NYBDocumentsDirectoryInUseException& busy) {
     line("in-use " + busy.directory());
     return 3;
