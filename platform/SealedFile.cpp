@@ -52,8 +52,11 @@ int intLength(std::size_t size) {
   return static_cast<int>(size);
 }
 
-NYBData seal(const SecretKey& key, const NYBData& plain, std::string_view role) {
-  std::vector<std::uint8_t> out(kHeaderSize + plain.length() + kTagSize);
+// Seals into `out`, whose memory is reused: fresh pages for every write of a
+// long archive cost more than the encryption itself.
+void sealInto(const SecretKey& key, std::span<const std::uint8_t> plain, std::string_view role,
+              std::vector<std::uint8_t>& out) {
+  out.resize(kHeaderSize + plain.size() + kTagSize);
   std::uint8_t* header = out.data();
   std::memcpy(header, kMagic.data(), kMagic.size());
   header[kMagic.size()] = kVersion;
@@ -70,13 +73,28 @@ NYBData seal(const SecretKey& key, const NYBData& plain, std::string_view role) 
       EVP_EncryptUpdate(context.get(), nullptr, &length,
                         reinterpret_cast<const std::uint8_t*>(ad.data()),
                         intLength(ad.size())) == 1 &&
-      EVP_EncryptUpdate(context.get(), cipher, &length, plain.bytes(), intLength(plain.length())) ==
+      EVP_EncryptUpdate(context.get(), cipher, &length, plain.data(), intLength(plain.size())) ==
           1 &&
       EVP_EncryptFinal_ex(context.get(), cipher + length, &length) == 1 &&
       EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_GET_TAG, static_cast<int>(kTagSize),
-                          out.data() + kHeaderSize + plain.length()) == 1;
+                          out.data() + kHeaderSize + plain.size()) == 1;
   if (!ok) throw NYBException("NYBSealedFileException", "The file could not be encrypted");
+}
+
+NYBData seal(const SecretKey& key, const NYBData& plain, std::string_view role) {
+  std::vector<std::uint8_t> out;
+  sealInto(key, {plain.bytes(), plain.length()}, role, out);
   return NYBData(std::move(out));
+}
+
+// The key to write with; raises when a provider has none to give.
+std::unique_ptr<SecretKey> writingKey() {
+  bool unavailable = false;
+  std::unique_ptr<SecretKey> key = currentKey(unavailable);
+  if (unavailable)
+    throw NYBException("NYBSealedFileException",
+                       "The session key's provider gave no key: nothing is written");
+  return key;
 }
 
 // The plaintext, or absent when the tag does not match.
@@ -148,13 +166,17 @@ std::string photoRole(std::string_view fileName) {
 }
 
 NYBData sealIfKeyed(const NYBData& plain, std::string_view role) {
-  bool unavailable = false;
-  std::unique_ptr<SecretKey> key = currentKey(unavailable);
-  if (unavailable)
-    throw NYBException("NYBSealedFileException",
-                       "The session key's provider gave no key: nothing is written");
+  std::unique_ptr<SecretKey> key = writingKey();
   if (!key) return plain;
   return seal(*key, plain, role);
+}
+
+bool sealIntoIfKeyed(std::span<const std::uint8_t> plain, std::string_view role,
+                     std::vector<std::uint8_t>& out) {
+  std::unique_ptr<SecretKey> key = writingKey();
+  if (!key) return false;
+  sealInto(*key, plain, role, out);
+  return true;
 }
 
 NYBSessionKey::Contents open(const NYBData& fileBytes, std::string_view role) {

@@ -55,6 +55,11 @@ bool keyed();
 // as they are. Raises NYBException when the provider has no key to give.
 NYBData sealIfKeyed(const NYBData& plain, std::string_view role);
 
+// The same into `out` (its memory reused from one call to the next): true when
+// a key is set and `out` holds the sealed bytes; false, `out` untouched, when
+// none is.
+bool sealIntoIfKeyed(std::span<const std::uint8_t> plain, std::string_view role,
+                     std::vector<std::uint8_t>& out);
 // The file's bytes opened for the role with the keys set now.
 NYBSessionKey::Contents open(const NYBData& fileBytes, std::string_view role);
 

@@ -196,24 +196,24 @@ std::optional<NYBArchiveWriteFailure> writeArchive(const std::filesystem::path& 
   // fresh memory for every archive of a long queue cost more than the disk.
   // It is let go once the archive has shrunk well below it.
   static std::vector<std::uint8_t> bytes;
-  const bool keyed = sealed::keyed();
-  NYBData sealedBytes;
+  static std::vector<std::uint8_t> sealedBytes;  // the same, under a key
+  bool keyed = false;
   try {
     NYBKeyedArchiver::archiveRootObject(snapshot ? NYBDynamicValue(snapshot) : NYBDynamicValue(),
                                         bytes);
-    if (keyed) sealedBytes = sealed::sealIfKeyed(NYBData(bytes), sealed::kArchiveRole);
+    keyed = sealed::sealIntoIfKeyed(bytes, sealed::kArchiveRole, sealedBytes);
   } catch (const std::exception& exception) {
     return NYBArchiveWriteFailure{path.string(), std::make_error_code(std::errc::invalid_argument),
                                   exception.what()};
   }
   snapshot.reset();
-  const bool written = writeFileDurably(
-      path,
-      keyed ? sealedBytes.view()
-            : std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
-      error);
+  const std::vector<std::uint8_t>& out = keyed ? sealedBytes : bytes;
+  const bool written =
+      writeFileDurably(path, {reinterpret_cast<const char*>(out.data()), out.size()}, error);
   constexpr std::size_t kKeptSlack = 1 << 20;
   if (bytes.capacity() > 4 * bytes.size() + kKeptSlack) std::vector<std::uint8_t>().swap(bytes);
+  if (!keyed || sealedBytes.capacity() > 4 * sealedBytes.size() + kKeptSlack)
+    std::vector<std::uint8_t>().swap(sealedBytes);
   if (!written) return NYBArchiveWriteFailure{path.string(), error, error.message()};
   return std::nullopt;
 }
