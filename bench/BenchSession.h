@@ -3,6 +3,7 @@
 // a backlog. Main thread only.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <stdlib.h>
 
 #include <cstdlib>
@@ -61,6 +62,16 @@ inline void finish(const std::shared_ptr<NYBSession>& session) {
   session->waitForArchiveWrites();
   session->endSession();
   nyb::session::Testing::setProcessingRecord(*session, nullptr);
+}
+
+// Loads the session's archive once per iteration.
+inline void loadArchiveLoop(benchmark::State& state, const std::shared_ptr<NYBSession>& session) {
+  for (auto _ : state) {
+    session->loadSession();
+    benchmark::DoNotOptimize(session->sessionData());
+  }
+  state.counters["records"] =
+      static_cast<double>(session->sessionData()->records().array()->size());
 }
 
 }  // namespace nyb::bench

@@ -46,12 +46,7 @@ void SaveArchive(benchmark::State& state) {
 void LoadArchive(benchmark::State& state) {
   useKey(state.range(1) != 0);
   auto session = sessionWith(state.range(0));
-  for (auto _ : state) {
-    session->loadSession();
-    benchmark::DoNotOptimize(session->sessionData());
-  }
-  state.counters["records"] =
-      static_cast<double>(session->sessionData()->records().array()->size());
+  loadArchiveLoop(state, session);
   finishKeyed(session);
 }
 

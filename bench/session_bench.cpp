@@ -121,12 +121,7 @@ BENCHMARK(SaveArchive)
 
 void LoadArchive(benchmark::State& state) {
   auto session = sessionWith(state.range(0));
-  for (auto _ : state) {
-    session->loadSession();
-    benchmark::DoNotOptimize(session->sessionData());
-  }
-  state.counters["records"] =
-      static_cast<double>(session->sessionData()->records().array()->size());
+  loadArchiveLoop(state, session);
   finish(session);
 }
 BENCHMARK(LoadArchive)

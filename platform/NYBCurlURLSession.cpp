@@ -598,14 +598,14 @@ class CurlURLSession final : public NYBURLSession {
       }
       if (next == armedFor) return;
       armedFor = next;
-      itimerspec spec{};
+      itimerspec wakeAt{};
       if (next) {
         const auto since = std::chrono::duration_cast<std::chrono::nanoseconds>(
             std::max(next->time_since_epoch(), Clock::duration(1)));
-        spec.it_value.tv_sec = static_cast<time_t>(since.count() / 1'000'000'000);
-        spec.it_value.tv_nsec = static_cast<long>(since.count() % 1'000'000'000);
+        wakeAt.it_value.tv_sec = static_cast<time_t>(since.count() / 1'000'000'000);
+        wakeAt.it_value.tv_nsec = static_cast<long>(since.count() % 1'000'000'000);
       }
-      ::timerfd_settime(timer, TFD_TIMER_ABSTIME, &spec, nullptr);
+      ::timerfd_settime(timer, TFD_TIMER_ABSTIME, &wakeAt, nullptr);
     }
 
     static void run(const std::shared_ptr<Worker>& self) { self->loop(); }
