@@ -1,29 +1,21 @@
-// A host application for the crash test, run as a process of its own.
+// A host application for the crash test, run as a process of its own. Uploads go to the base URL
+// in NYMBREL_BASE_URL, which the test points at a closed port, so every record stays queued.
+// With NYB_CRASH_KEY set (its first 32 bytes are the key), the files are kept encrypted.
 //
 //   nyb_crash_host submit <documents> <tag> <seed>
-//     Starts a session in <documents> (continuing the archived one, if any),
-//     then submits records <tag>-0, <tag>-1, ... in bursts, some with a photo,
-//     and after each burst waits until the archive writes have finished and
-//     prints "saved <n>": every record up to <tag>-<n> is then on disk. Each
-//     burst first drops one queued photo, as the session does once a photo
-//     is sent, so that kills also fall between a photo's removal and the
-//     save without it. Runs until it is killed. Uploads go to the base URL in NYMBREL_BASE_URL,
-//     which the test points at a closed port, so every record stays queued.
-//
+//     Continues the archived session (or starts one), then submits records <tag>-0, <tag>-1, ...
+//     in bursts, some with a photo, and after each burst's archive writes prints "saved <n>":
+//     every record up to <tag>-<n> is then on disk. Each burst first drops one queued photo, as
+//     the session does once a photo is sent, so that kills also fall between a photo's removal
+//     and the save without it. Runs until it is killed.
 //   nyb_crash_host load <documents>
-//     Starts a session in <documents>, offline, and prints what it loaded: "id <activity
-//     ID>" for each queued record, "photo-missing <name>" for each photo whose
-//     file is gone or does not open, "log <line>" for each platform log line but the first (the
-//     library description), "orphan <name>" for each file of the image
-//     directory that no entry names, then "loaded <count>". When another
-//     process holds the documents directory: "in-use <directory>", exit 3.
-//
+//     Loads the session offline and prints "id <activity ID>" for each queued record,
+//     "photo-missing <name>" for each photo whose file is gone or does not open, "log <line>"
+//     for each log line but the first (the library description), "orphan <name>" for each image
+//     file no entry names, then "loaded <count>"; "in-use <directory>" and exit 3 when another
+//     process holds the directory.
 //   nyb_crash_host hold <documents>
-//     Starts a session in <documents>, queues one record, waits until it is
-//     on disk, prints "ready" and keeps the session until it is killed.
-//
-// With NYB_CRASH_KEY set (its first 32 bytes are the key), every mode keeps
-// the files encrypted with that key.
+//     Queues one record, prints "ready" once it is on disk and keeps the session until killed.
 #include <unistd.h>
 
 #include <cstdio>
@@ -79,19 +71,17 @@ int submit(const std::string& tag, unsigned seed) {
         session->submitRecord(record);
       }
     }
-    if (!session->waitForArchiveWrites(std::chrono::seconds(60))) {
-      line("stuck");
-      return 1;
-    }
-    line("saved " + std::to_string(next - 1));
+    const bool saved = session->waitForArchiveWrites(std::chrono::seconds(60));
+    line(saved ? "saved " + std::to_string(next - 1) : "stuck");
+    if (!saved) return 1;
   }
 }
 
 int hold() {
   auto session = startSession();
   session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
-  nyb::session::Testing::setProcessingRecord(*session,
-                                             std::make_shared<NYBWeight>());  // nothing is sent
+  // Nothing is sent.
+  nyb::session::Testing::setProcessingRecord(*session, std::make_shared<NYBWeight>());
   auto record = std::make_shared<NYBWeight>();
   record->setActivityID("held");
   session->submitRecord(record);

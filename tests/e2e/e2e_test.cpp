@@ -16,21 +16,16 @@ namespace {
 
 // One devserver for the program (the library reads its base URL once),
 // started on first use and stopped when the program's tests are over.
-DevServer* sharedServer = nullptr;
-
-class DevServerEnvironment : public ::testing::Environment {
- public:
-  void TearDown() override {
-    delete sharedServer;
-    sharedServer = nullptr;
-  }
+std::unique_ptr<DevServer> sharedServer;
+struct StopDevServer : ::testing::Environment {
+  void TearDown() override { sharedServer.reset(); }
 };
 [[maybe_unused]] ::testing::Environment* const environment =
-    ::testing::AddGlobalTestEnvironment(new DevServerEnvironment);
+    ::testing::AddGlobalTestEnvironment(new StopDevServer);
 
 DevServer& devserver() {
-  if (sharedServer == nullptr) {
-    sharedServer = new DevServer();
+  if (!sharedServer) {
+    sharedServer = std::make_unique<DevServer>();
     NYBSetRequestBaseURL(sharedServer->baseURL());
   }
   return *sharedServer;

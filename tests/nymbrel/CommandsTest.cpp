@@ -16,6 +16,7 @@
 namespace nyb::test {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -59,12 +60,12 @@ TEST_F(NymbrelTool, WhatCannotBeSentStaysQueuedAndGoesFirstWithTheNextRunsRecord
   EXPECT_EQ(run.status, 3) << run.err;
   EXPECT_THAT(run.err, HasSubstr("nymbrel: 1 record and 1 photo stay queued"));
   auto queue = parse(queueJSON().out);
-  ASSERT_EQ(queue["records"].Size(), 1u);
-  std::string activityID = queue["records"][0]["activity_id"].GetString();
-  EXPECT_STREQ(queue["records"][0]["type"].GetString(), "nutrition");
-  EXPECT_STREQ(queue["records"][0]["document"]["meal"].GetString(), "dinner");
-  ASSERT_EQ(queue["photos"].Size(), 1u);
-  EXPECT_STREQ(queue["photos"][0]["file"].GetString(), queue["records"][0]["photo"].GetString());
+  ASSERT_TRUE(queue["records"].Size() == 1 && queue["photos"].Size() == 1);
+  const auto& queued = queue["records"][0];
+  std::string activityID = queued["activity_id"].GetString();
+  EXPECT_STREQ(queued["type"].GetString(), "nutrition");
+  EXPECT_STREQ(queued["document"]["meal"].GetString(), "dinner");
+  EXPECT_STREQ(queue["photos"][0]["file"].GetString(), queued["photo"].GetString());
   EXPECT_EQ(queue["photos"][0]["queued_position"].GetUint(), 1u);
   run = runTool({"queue", "--data-dir", data_.path().string()});
   EXPECT_THAT(run.out, HasSubstr("Queued records: 1\n  1. nutrition record " + activityID));
@@ -92,8 +93,7 @@ TEST_F(NymbrelTool, WhatCannotBeSentStaysQueuedAndGoesFirstWithTheNextRunsRecord
   EXPECT_TRUE(queue["session"].GetBool());
   EXPECT_STREQ(queue["user"]["organization"].GetString(), "acme");
   EXPECT_STREQ(queue["user"]["token"].GetString(), "****");
-  EXPECT_EQ(queue["records"].Size(), 0u);
-  EXPECT_EQ(queue["photos"].Size(), 0u);
+  EXPECT_EQ(queue["records"].Size() + queue["photos"].Size(), 0u);
 }
 
 TEST_F(NymbrelTool, ARecordWithoutAnAnswerInTimeStaysQueued) {
@@ -111,8 +111,7 @@ TEST_F(NymbrelTool, AnotherUserMayNotDropAQueueUnasked) {
   EXPECT_EQ(run.status, 3) << run.err;
   run = runTool(as({"submit", "weight", "--weight", "72"}, kOtherUser, kOtherToken));
   EXPECT_EQ(run.status, 2);
-  EXPECT_THAT(run.err, HasSubstr("acme/u1"));
-  EXPECT_THAT(run.err, HasSubstr("--discard-queue"));
+  EXPECT_THAT(run.err, AllOf(HasSubstr("acme/u1"), HasSubstr("--discard-queue")));
   run = runTool(
       as({"submit", "weight", "--weight", "72", "--discard-queue"}, kOtherUser, kOtherToken));
   EXPECT_EQ(run.status, 0) << run.err;
@@ -160,13 +159,11 @@ TEST_F(NymbrelTool, BadInputIsNamedAndNothingIsSent) {
     for (std::string word; words >> word;) arguments.push_back(word);
     ToolRun run = runTool(c.withUser ? as(arguments) : arguments);
     EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
-    EXPECT_THAT(run.err, HasSubstr("nymbrel: ")) << c.arguments;
-    EXPECT_THAT(run.err, HasSubstr(c.named)) << c.arguments;
+    EXPECT_THAT(run.err, AllOf(HasSubstr("nymbrel: "), HasSubstr(c.named))) << c.arguments;
   }
-  auto health = server_.client()->Get("/health");
-  ASSERT_TRUE(health);
-  EXPECT_EQ(parse(health->body)["records"].GetInt(), 0);
+  EXPECT_EQ(parse(server_.client()->Get("/health")->body)["records"].GetInt(), 0);
 }
+
 TEST_F(NymbrelTool, ImportSendsTheGoodRowsInOrderAndReportsTheBadOnesByLine) {
   photo();
   std::string csv = (data_.path() / "readings.csv").string();
@@ -192,16 +189,6 @@ TEST_F(NymbrelTool, ImportSendsTheGoodRowsInOrderAndReportsTheBadOnesByLine) {
   EXPECT_EQ(stored("sleep").Size(), 0u);
 }
 
-TEST_F(NymbrelTool, DemoSendsEveryTypeAndAPhotoToAGivenServer) {
-  ToolRun run = runTool(as({"demo"}));
-  ASSERT_EQ(run.status, 0) << run.out << run.err;
-  for (const char* root : {"biometrics", "diabetes", "weight", "routine", "nutrition", "fitness",
-                           "sleep", "intraday"}) {
-    EXPECT_EQ(stored(root).Size(), 1u) << root;
-  }
-  EXPECT_EQ(stored("nutrition")[0]["media"].Size(), 1u);
-}
-
 // What the service refuses, record or photo, is kept in rejected.jsonl, counted in the exit status
 // (also when an earlier run queued it), and sent again by importing that file.
 TEST_F(NymbrelTool, RejectedRecordsAreKeptWithTheAnswerAndImportSendsThemAgain) {
@@ -215,16 +202,15 @@ TEST_F(NymbrelTool, RejectedRecordsAreKeptWithTheAnswerAndImportSendsThemAgain) 
   ASSERT_TRUE(server_.addFault(R"({"status": 422, "count": 1})"));
   run = runTool(as({"submit", "sleep", "--deep", "80"}));
   EXPECT_EQ(run.status, 1) << run.err;
-  EXPECT_THAT(run.err, HasSubstr("nymbrel: rejected nutrition record"));
-  EXPECT_THAT(run.err, HasSubstr("HTTP 422"));
-  EXPECT_THAT(run.out, Not(HasSubstr("rejected")));
-  EXPECT_THAT(run.out, HasSubstr("submitted sleep record"));
+  EXPECT_THAT(run.err,
+              AllOf(HasSubstr("nymbrel: rejected nutrition record"), HasSubstr("HTTP 422")));
+  EXPECT_THAT(run.out, AllOf(Not(HasSubstr("rejected")), HasSubstr("submitted sleep record")));
 
   // An expired token: the real service answer, 401, kept beside the record.
   run = runTool(as({"submit", "weight", "--weight", "150", "--unit", "lb"}, kUser, "expired"));
   EXPECT_EQ(run.status, 1) << run.err;
-  EXPECT_THAT(run.err, HasSubstr("1 refused record kept in " + rejected.string()));
-  EXPECT_THAT(run.err, HasSubstr("nymbrel import " + rejected.string()));
+  EXPECT_THAT(run.err, AllOf(HasSubstr("1 refused record kept in " + rejected.string()),
+                             HasSubstr("nymbrel import " + rejected.string())));
 
   // The record arrives but its photo is refused: kept with the stored record.
   ASSERT_TRUE(server_.addFault(R"([{"delay_ms": 1, "count": 1}, {"status": 422, "count": 1}])"));
@@ -281,23 +267,21 @@ TEST(DevServerLookup, BesideTheProgramOrOnPathOnly) {
 
   ProgramRun alone = demo("/nonexistent");
   EXPECT_EQ(alone.status, 5) << alone.out;
-  EXPECT_NE(alone.err.find("cannot find nymbrel-devserver next to nymbrel or on PATH"),
-            std::string::npos)
-      << alone.err;
+  EXPECT_THAT(alone.err, HasSubstr("cannot find nymbrel-devserver next to nymbrel or on PATH"));
   // Named, it is found anywhere.
   ProgramRun named =
       runProgram({(bin / "nymbrel").string(), "demo", "--devserver", NYB_DEVSERVER_PATH},
                  std::vector<std::string>{"PATH=/nonexistent"});
   EXPECT_EQ(named.status, 0) << named.err;
-  EXPECT_THAT(named.out, HasSubstr("started nymbrel-devserver at http://127.0.0.1:"));
-  EXPECT_THAT(named.out, HasSubstr("\neverything arrived: 8 records and 1 photo\n"));
+  // The demo reads back what the server stored: every type and the photo.
+  EXPECT_THAT(named.out, AllOf(HasSubstr("started nymbrel-devserver at http://127.0.0.1:"),
+                               HasSubstr("\neverything arrived: 8 records and 1 photo\n")));
 
   auto onPath = std::filesystem::path(NYB_DEVSERVER_PATH).parent_path().string();
   EXPECT_EQ(demo("/nonexistent:" + onPath).status, 0);
 
   std::filesystem::copy_file(NYB_DEVSERVER_PATH, bin / "nymbrel-devserver");
-  ProgramRun beside = demo("/nonexistent");
-  EXPECT_EQ(beside.status, 0) << beside.err;
+  EXPECT_EQ(demo("/nonexistent").status, 0);
 }
 
 }  // namespace

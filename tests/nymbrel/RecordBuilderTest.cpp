@@ -36,18 +36,21 @@ NYBDynamicValue at(const NYBDictionary& document, std::string_view path) {
   return (*dictionary)[path];
 }
 
+// The field "unit" is --unit.
 BuildResult build(std::string_view typeName,
-                  const std::vector<std::pair<std::string, std::string>>& fields,
-                  std::optional<std::string> unit = std::nullopt) {
+                  const std::vector<std::pair<std::string, std::string>>& fields) {
   RecordInput input;
   input.type = findRecordType(typeName);
   EXPECT_NE(input.type, nullptr) << typeName;
   for (const auto& [name, text] : fields) {
+    if (name == "unit") {
+      input.unit = text;
+      continue;
+    }
     const FieldSpec* field = input.type->findField(name);
     EXPECT_NE(field, nullptr) << name;
     input.fields.push_back({"--" + name, field, text});
   }
-  input.unit = std::move(unit);
   return buildRecord(input);
 }
 
@@ -93,33 +96,31 @@ TEST(RecordBuilder, EveryFieldOfEveryTypeReachesTheDocumentUnderItsKey) {
 }
 
 TEST(RecordBuilder, ValuesInOtherUnitsAreStoredConvertedAndKeptAsEntered) {
-  auto raw = [](const BuildResult& built, std::string_view key) {
-    return at(built.record->JSONObject(), "extras.raw_data." + std::string(key));
+  const struct {
+    std::string type, field, key, text, unit;
+    double stored;
+    std::string rawUnit;  // empty: no raw entry
+  } cases[] = {
+      {"weight", "weight", "weight", "150", "lb", 68.0388555, "lb"},     // x 0.45359237 kg/lb
+      {"weight", "weight", "weight", "10", "stones", 63.5029318, "st"},  // x 6.35029318 kg/st
+      {"weight", "weight", "weight", "71.5", "KG", 71.5, ""},
+      // x 18 mg/dL per mmol/L; the raw entry is under the JSON key.
+      {"diabetes", "blood-glucose", "blood_glucose", "5.5", "mmol/l", 99.0, "mmol/L"},
+      {"biometrics", "temperature", "temperature", "98.6", "Fahrenheit", 37.0, "F"},  // -32, x5/9
   };
-  // 150 lb x 0.45359237 kg/lb, 10 st x 6.35029318 kg/st
-  BuildResult pounds = build("weight", {{"weight", "150"}}, "lb");
-  EXPECT_DOUBLE_EQ(at(pounds.record->JSONObject(), "weight").doubleValue(), 68.0388555);
-  EXPECT_EQ(raw(pounds, "weight"), (NYBDictionary{{"value", "150"}, {"unit", "lb"}}));
-  BuildResult stones = build("weight", {{"weight", "10"}}, "stones");
-  EXPECT_DOUBLE_EQ(at(stones.record->JSONObject(), "weight").doubleValue(), 63.5029318);
-  EXPECT_EQ(raw(stones, "weight"), (NYBDictionary{{"value", "10"}, {"unit", "st"}}));
-  BuildResult kilograms = build("weight", {{"weight", "71.5"}}, "KG");
-  EXPECT_EQ(at(kilograms.record->JSONObject(), "weight"), 71.5);
-  EXPECT_TRUE(raw(kilograms, "weight").isAbsent());
-
-  // 5.5 mmol/L x 18 mg/dL per mmol/L; the raw entry is under the JSON key.
-  BuildResult glucose = build("diabetes", {{"blood-glucose", "5.5"}}, "mmol/l");
-  EXPECT_DOUBLE_EQ(at(glucose.record->JSONObject(), "blood_glucose").doubleValue(), 99.0);
-  EXPECT_EQ(raw(glucose, "blood_glucose"), (NYBDictionary{{"value", "5.5"}, {"unit", "mmol/L"}}));
-
-  // (98.6 - 32) x 5/9
-  BuildResult fever = build("biometrics", {{"temperature", "98.6"}}, "Fahrenheit");
-  EXPECT_NEAR(at(fever.record->JSONObject(), "temperature").doubleValue(), 37.0, 1e-9);
-  EXPECT_EQ(raw(fever, "temperature"), (NYBDictionary{{"value", "98.6"}, {"unit", "F"}}));
+  for (const auto& c : cases) {
+    NYBDictionary document =
+        build(c.type, {{c.field, c.text}, {"unit", c.unit}}).record->JSONObject();
+    EXPECT_NEAR(at(document, c.key).doubleValue(), c.stored, 1e-9) << c.unit;
+    const NYBDynamicValue raw = c.rawUnit.empty()
+                                    ? NYBDynamicValue()
+                                    : NYBDictionary{{"value", c.text}, {"unit", c.rawUnit}};
+    EXPECT_EQ(at(document, "extras.raw_data." + c.key), raw) << c.unit;
+  }
 }
 
 TEST(RecordBuilder, BadValuesAreEachNamedAndNothingIsBuilt) {
-  // "type field value field value ..." (the field "unit" is --unit), and what each error line
+  // "type field value field value ...", and what each error line
   // must name: the option, and the value where one was given.
   const std::pair<std::string, std::vector<std::string>> cases[] = {
       {"weight weight inf bmi 1,5", {"--weight: \"inf\"", "--bmi: \"1,5\""}},
@@ -137,17 +138,9 @@ TEST(RecordBuilder, BadValuesAreEachNamedAndNothingIsBuilt) {
   for (const auto& [input, named] : cases) {
     std::istringstream words(input);
     std::string type, name, value;
-    words >> type;
     std::vector<std::pair<std::string, std::string>> fields;
-    std::optional<std::string> unit;
-    while (words >> name >> value) {
-      if (name == "unit") {
-        unit = value;
-      } else {
-        fields.emplace_back(name, value);
-      }
-    }
-    BuildResult built = build(type, fields, unit);
+    for (words >> type; words >> name >> value;) fields.emplace_back(name, value);
+    BuildResult built = build(type, fields);
     EXPECT_EQ(built.record, nullptr) << input;
     ASSERT_EQ(built.errors.size(), named.size()) << input;
     for (std::size_t i = 0; i < named.size(); ++i) {
@@ -160,14 +153,13 @@ TEST(RecordBuilder, DefaultsTheOrderOfTimestampAndOffsetAndDateTimeForms) {
   nyb::test::TimeZoneOverride paris("Europe/Paris");
   // The timestamp's setter sets the device's offset; a given offset wins
   // wherever it appears.
-  BuildResult given =
-      build("sleep", {{"utc-offset", "+05:00"}, {"timestamp", "2016-03-01T14:05:09Z"}});
-  NYBDictionary document = given.record->JSONObject();
-  EXPECT_EQ(document["utc_offset"], "+05:00");
+  EXPECT_EQ(build("sleep", {{"utc-offset", "+05:00"}, {"timestamp", "2016-03-01T14:05:09Z"}})
+                .record->JSONObject()["utc_offset"],
+            "+05:00");
 
   auto before = nyb::NYBDate::now();
   BuildResult defaults = build("sleep", {{"deep", "80"}});
-  document = defaults.record->JSONObject();
+  NYBDictionary document = defaults.record->JSONObject();
   auto timestamp = defaults.record->timestamp().date();
   ASSERT_TRUE(timestamp.has_value());
   EXPECT_GE(timestamp->timeIntervalSince1970(), std::floor(before.timeIntervalSince1970()));
@@ -265,10 +257,9 @@ TEST(Import, RowsBecomeRecordsOrAreRefusedWithTheirLine) {
   auto meal =
       recordFromRow({5, {{"RecordType", "Nutrition"}, {"meal", "lunch"}, {"image", "meal.png"}}},
                     nullptr, folder.path(), errors);
-  ASSERT_TRUE(meal.has_value());
+  ASSERT_TRUE(meal.has_value() && meal->photo);
   EXPECT_EQ(meal->line, 5u);
   EXPECT_EQ(meal->record->recordType(), nyb::NYBRecordTypeNutrition);
-  ASSERT_NE(meal->photo, nullptr);
   EXPECT_EQ(meal->photo->width(), 4u);
 
   // Without a record_type column the command's type serves.

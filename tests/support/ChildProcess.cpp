@@ -13,26 +13,16 @@ extern char** environ;
 
 namespace nyb::test {
 
-namespace {
-
-std::vector<char*> pointersTo(std::vector<std::string>& strings) {
-  std::vector<char*> pointers;
-  for (auto& string : strings) pointers.push_back(string.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-}  // namespace
-
 ChildProcess::ChildProcess(const std::vector<std::string>& argv) : ChildProcess(argv, Options{}) {}
 
 ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Options& options) {
-  std::vector<std::string> arguments = argv;
-  std::vector<std::string> environment = options.environment.value_or(std::vector<std::string>{});
-  std::vector<char*> argPointers = pointersTo(arguments);
-  std::vector<char*> envPointers = pointersTo(environment);
-  int outFDs[2] = {-1, -1};
-  int errFDs[2] = {-1, -1};
+  std::vector<std::string> strings[2] = {argv, options.environment.value_or(argv)};
+  std::vector<char*> pointers[2];
+  for (int i : {0, 1}) {
+    for (auto& string : strings[i]) pointers[i].push_back(string.data());
+    pointers[i].push_back(nullptr);
+  }
+  int outFDs[2] = {-1, -1}, errFDs[2] = {-1, -1};
   if (::pipe2(outFDs, O_CLOEXEC) != 0 ||
       (options.captureStderr && ::pipe2(errFDs, O_CLOEXEC) != 0)) {
     throw std::runtime_error("pipe failed");
@@ -41,8 +31,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Options& 
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, outFDs[1], STDOUT_FILENO);
   if (options.captureStderr) posix_spawn_file_actions_adddup2(&actions, errFDs[1], STDERR_FILENO);
-  const int rc = ::posix_spawnp(&pid_, argPointers[0], &actions, nullptr, argPointers.data(),
-                                options.environment ? envPointers.data() : environ);
+  const int rc = ::posix_spawnp(&pid_, pointers[0][0], &actions, nullptr, pointers[0].data(),
+                                options.environment ? pointers[1].data() : environ);
   posix_spawn_file_actions_destroy(&actions);
   ::close(outFDs[1]);
   if (errFDs[1] >= 0) ::close(errFDs[1]);
@@ -50,7 +40,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Options& 
   err_ = errFDs[0];
   if (rc != 0) {
     pid_ = -1;
-    throw std::runtime_error("cannot start " + arguments[0]);
+    throw std::runtime_error("cannot start " + argv[0]);
   }
 }
 
@@ -112,12 +102,8 @@ ChildProcess::Output ChildProcess::finish(std::chrono::milliseconds timeout) {
   }
   const bool ended = out_ < 0 && err_ < 0;
   if (!ended) kill(SIGKILL);
-  Output output;
-  output.status = wait();
-  if (!ended) output.status = -1;
-  output.out = std::move(buffer_);
-  output.err = std::move(errBuffer_);
-  return output;
+  const int status = wait();
+  return {ended ? status : -1, std::move(buffer_), std::move(errBuffer_)};
 }
 
 void ChildProcess::closeOutput() {

@@ -25,14 +25,10 @@ namespace nyb::test {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 bool sameName(std::string_view a, std::string_view b) {
   return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
-std::string_view trim(std::string_view s) {
-  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
-  return s;
 }
 
 void sendAll(int fd, std::string_view bytes) {
@@ -51,8 +47,6 @@ const std::string* findHeader(const HeaderList& headers, std::string_view name) 
   return nullptr;
 }
 
-using Clock = std::chrono::steady_clock;
-
 struct Connection {
   int fd = -1;
   std::size_t index = 0;
@@ -65,75 +59,45 @@ struct Connection {
   Clock::time_point nextDrip;
 };
 
-// A whole request at the front of the buffer: its parts, and how many bytes
-// it took; nullopt-like (consumed == 0) while incomplete.
-struct Parsed {
-  std::size_t consumed = 0;
-  RecordedRequest request;
-  bool wantsClose = false;
-  bool expectsContinue = false;
-  bool headComplete = false;
-};
-
-Parsed parse(const std::string& buffer, std::size_t connection) {
-  Parsed parsed;
+// Takes a whole request off the front of the buffer; false while it is incomplete.
+bool takeRequest(std::string& buffer, RecordedRequest& request, bool& wantsClose) {
   const auto headEnd = buffer.find("\r\n\r\n");
-  if (headEnd == std::string::npos) return parsed;
-  parsed.headComplete = true;
+  if (headEnd == std::string::npos) return false;
   std::string_view head(buffer.data(), headEnd);
-  const auto lineEnd = head.find("\r\n");
-  std::string_view requestLine = head.substr(0, lineEnd);
-  RecordedRequest& request = parsed.request;
-  request.connection = connection;
-  const auto firstSpace = requestLine.find(' ');
-  const auto lastSpace = requestLine.rfind(' ');
-  request.method = std::string(requestLine.substr(0, firstSpace));
+  std::string_view line = head.substr(0, head.find("\r\n"));
+  const auto firstSpace = line.find(' '), lastSpace = line.rfind(' ');
+  request.method = std::string(line.substr(0, firstSpace));
   if (firstSpace != std::string_view::npos && lastSpace > firstSpace) {
-    request.target = std::string(requestLine.substr(firstSpace + 1, lastSpace - firstSpace - 1));
+    request.target = std::string(line.substr(firstSpace + 1, lastSpace - firstSpace - 1));
   }
-  std::string_view rest =
-      lineEnd == std::string_view::npos ? std::string_view() : head.substr(lineEnd + 2);
-  while (!rest.empty()) {
-    const auto end = rest.find("\r\n");
-    std::string_view line = rest.substr(0, end);
-    rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 2);
+  for (head.remove_prefix(std::min(head.size(), line.size() + 2)); !head.empty();) {
+    line = head.substr(0, head.find("\r\n"));
+    head.remove_prefix(std::min(head.size(), line.size() + 2));
     const auto colon = line.find(':');
     if (colon == std::string_view::npos) continue;
-    request.headers.emplace_back(std::string(line.substr(0, colon)),
-                                 std::string(trim(line.substr(colon + 1))));
+    std::string_view value = line.substr(colon + 1);
+    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
+    value.remove_suffix(value.size() - (value.find_last_not_of(" \t") + 1));
+    request.headers.emplace_back(line.substr(0, colon), value);
   }
-  std::size_t length = 0;
-  if (const std::string* value = findHeader(request.headers, "Content-Length")) {
-    std::from_chars(value->data(), value->data() + value->size(), length);
-  }
-  if (const std::string* value = findHeader(request.headers, "Connection")) {
-    parsed.wantsClose = sameName(*value, "close");
-  }
-  if (const std::string* value = findHeader(request.headers, "Expect")) {
-    parsed.expectsContinue = sameName(*value, "100-continue");
-  }
-  const std::size_t bodyStart = headEnd + 4;
-  if (buffer.size() - bodyStart < length) return parsed;
-  request.body = buffer.substr(bodyStart, length);
-  parsed.consumed = bodyStart + length;
-  return parsed;
+  const std::string* length = findHeader(request.headers, "Content-Length");
+  std::size_t bodyStart = headEnd + 4, bodyLength = 0;
+  if (length) std::from_chars(length->data(), length->data() + length->size(), bodyLength);
+  if (buffer.size() - bodyStart < bodyLength) return false;
+  const std::string* connection = findHeader(request.headers, "Connection");
+  wantsClose = connection && sameName(*connection, "close");
+  request.body = buffer.substr(bodyStart, bodyLength);
+  buffer.erase(0, bodyStart + bodyLength);
+  return true;
 }
 
-std::string statusAndHeaders(const ScriptedResponse& response, std::size_t contentLength,
-                             bool addLength) {
+std::string statusAndHeaders(const ScriptedResponse& response, bool addLength) {
   std::string out = "HTTP/1.1 " + std::to_string(response.status) + " " + response.reason + "\r\n";
   for (const auto& [name, value] : response.headers) out += name + ": " + value + "\r\n";
   if (addLength && !findHeader(response.headers, "Content-Length")) {
-    out += "Content-Length: " + std::to_string(contentLength) + "\r\n";
+    out += "Content-Length: " + std::to_string(response.body.size()) + "\r\n";
   }
-  out += "\r\n";
-  return out;
-}
-
-ScriptedResponse ofKind(ScriptedResponse::Kind kind) {
-  ScriptedResponse response;
-  response.kind = kind;
-  return response;
+  return out + "\r\n";
 }
 
 }  // namespace
@@ -149,19 +113,16 @@ std::vector<std::string> RecordedRequest::headerNames() const {
 }
 
 ScriptedResponse ScriptedResponse::json(int status, std::string body) {
-  ScriptedResponse response;
-  response.status = status;
-  response.reason = status < 400 ? "OK" : "Error";
-  response.headers = {{"Content-Type", "application/json"}};
-  response.body = std::move(body);
-  return response;
+  return {Kind::Answer,
+          status,
+          status < 400 ? "OK" : "Error",
+          {{"Content-Type", "application/json"}},
+          std::move(body),
+          {}};
 }
 
 ScriptedResponse ScriptedResponse::noContent() {
-  ScriptedResponse response;
-  response.status = 204;
-  response.reason = "No Content";
-  return response;
+  return {Kind::Answer, 204, "No Content", {}, {}, {}};
 }
 
 ScriptedResponse ScriptedResponse::closeMidAnswer(int status, std::string partialBody,
@@ -173,14 +134,16 @@ ScriptedResponse ScriptedResponse::closeMidAnswer(int status, std::string partia
 }
 
 ScriptedResponse ScriptedResponse::garbage(std::string bytes) {
-  ScriptedResponse response = ofKind(Kind::Garbage);
-  response.body = std::move(bytes);
-  return response;
+  return {Kind::Garbage, 200, "OK", {}, std::move(bytes), {}};
 }
 
-ScriptedResponse ScriptedResponse::reset() { return ofKind(Kind::Reset); }
-ScriptedResponse ScriptedResponse::neverAnswer() { return ofKind(Kind::NeverAnswer); }
-ScriptedResponse ScriptedResponse::closeWithoutAnswer() { return ofKind(Kind::CloseWithoutAnswer); }
+ScriptedResponse ScriptedResponse::reset() { return {Kind::Reset, 200, "OK", {}, {}, {}}; }
+ScriptedResponse ScriptedResponse::neverAnswer() {
+  return {Kind::NeverAnswer, 200, "OK", {}, {}, {}};
+}
+ScriptedResponse ScriptedResponse::closeWithoutAnswer() {
+  return {Kind::CloseWithoutAnswer, 200, "OK", {}, {}, {}};
+}
 
 ScriptedResponse ScriptedResponse::drip(int status, std::string body,
                                         std::chrono::milliseconds interval) {
@@ -191,10 +154,7 @@ ScriptedResponse ScriptedResponse::drip(int status, std::string body,
 }
 
 struct LoopbackServer::State {
-  int listener = -1;
-  int wakeRead = -1;
-  int wakeWrite = -1;
-  int port = 0;
+  int listener = -1, wakeRead = -1, wakeWrite = -1, port = 0;
   std::string address;
   std::thread thread;
 
@@ -217,57 +177,40 @@ struct LoopbackServer::State {
 
   // Answers every whole request in the connection's buffer.
   void serve(Connection& connection) {
-    while (!connection.silent && !connection.closing && connection.dripping.empty()) {
-      Parsed parsed = parse(connection.buffer, connection.index);
-      if (parsed.consumed == 0) {
-        if (parsed.headComplete && parsed.expectsContinue &&
-            connection.buffer.find("\r\n\r\n") + 4 == connection.buffer.size()) {
-          sendAll(connection.fd, "HTTP/1.1 100 Continue\r\n\r\n");
-        }
-        return;
-      }
-      connection.buffer.erase(0, parsed.consumed);
-      const ScriptedResponse response = nextResponse(std::move(parsed.request));
-      switch (response.kind) {
-        case ScriptedResponse::Kind::Answer: {
-          const bool noBody = response.status == 204 || response.status == 304;
-          sendAll(connection.fd, statusAndHeaders(response, response.body.size(), !noBody) +
-                                     (noBody ? std::string() : response.body));
-          if (parsed.wantsClose) connection.closing = true;
-          break;
-        }
-        case ScriptedResponse::Kind::CloseMidAnswer:
-          sendAll(connection.fd, statusAndHeaders(response, 0, false) + response.body);
-          connection.closing = true;
-          break;
-        case ScriptedResponse::Kind::Garbage:
-          sendAll(connection.fd, response.body);
-          connection.closing = true;
-          break;
-        case ScriptedResponse::Kind::Reset: {
-          linger hard{1, 0};
-          ::setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-          connection.closing = true;
-          break;
-        }
-        case ScriptedResponse::Kind::NeverAnswer:
-          connection.silent = true;
-          break;
-        case ScriptedResponse::Kind::CloseWithoutAnswer:
-          connection.closing = true;
-          break;
-        case ScriptedResponse::Kind::Drip:
-          sendAll(connection.fd, statusAndHeaders(response, response.body.size(), true));
-          connection.dripping = response.body;
-          connection.dripInterval = response.interval;
-          connection.nextDrip = Clock::now() + response.interval;
-          break;
+    RecordedRequest request;
+    bool wantsClose = false;
+    while (!connection.silent && !connection.closing && connection.dripping.empty() &&
+           takeRequest(connection.buffer, request, wantsClose)) {
+      request.connection = connection.index;
+      const ScriptedResponse response = nextResponse(std::exchange(request, {}));
+      using Kind = ScriptedResponse::Kind;
+      const int fd = connection.fd;
+      connection.closing = response.kind != Kind::Answer && response.kind != Kind::Drip;
+      if (response.kind == Kind::Answer) {
+        const bool noBody = response.status == 204 || response.status == 304;
+        sendAll(fd, statusAndHeaders(response, !noBody) + (noBody ? "" : response.body));
+        connection.closing = wantsClose;
+      } else if (response.kind == Kind::CloseMidAnswer) {
+        sendAll(fd, statusAndHeaders(response, false) + response.body);
+      } else if (response.kind == Kind::Garbage) {
+        sendAll(fd, response.body);
+      } else if (response.kind == Kind::Reset) {
+        linger hard{1, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+      } else if (response.kind == Kind::NeverAnswer) {
+        connection.closing = false;
+        connection.silent = true;
+      } else if (response.kind == Kind::Drip) {
+        sendAll(fd, statusAndHeaders(response, true));
+        connection.dripping = response.body;
+        connection.dripInterval = response.interval;
+        connection.nextDrip = Clock::now() + response.interval;
       }
     }
   }
 
-  // Sends the next byte of every drip that is due; the wait until the next
-  // one is due, or -1 when nothing drips.
+  // Sends the next byte of every drip that is due; the wait until the next one is due, or -1
+  // when nothing drips.
   int drip(std::list<Connection>& connections) {
     const auto now = Clock::now();
     int wait = -1;
@@ -282,9 +225,9 @@ struct LoopbackServer::State {
           continue;
         }
       }
-      const auto due = std::chrono::ceil<std::chrono::milliseconds>(connection.nextDrip - now);
-      wait =
-          wait < 0 ? static_cast<int>(due.count()) : std::min(wait, static_cast<int>(due.count()));
+      const int due = static_cast<int>(
+          std::chrono::ceil<std::chrono::milliseconds>(connection.nextDrip - now).count());
+      wait = wait < 0 ? due : std::min(wait, due);
     }
     return wait;
   }
@@ -293,47 +236,34 @@ struct LoopbackServer::State {
     std::list<Connection> connections;
     for (;;) {
       const int wait = drip(connections);
-      std::vector<pollfd> fds;
-      fds.push_back({wakeRead, POLLIN, 0});
-      fds.push_back({listener, POLLIN, 0});
+      std::vector<pollfd> fds = {{wakeRead, POLLIN, 0}, {listener, POLLIN, 0}};
       for (const auto& connection : connections) fds.push_back({connection.fd, POLLIN, 0});
-      if (::poll(fds.data(), fds.size(), wait) < 0) {
-        if (errno == EINTR) continue;
-        break;
-      }
+      if (::poll(fds.data(), fds.size(), wait) < 0 && errno != EINTR) break;
       if (fds[0].revents != 0) break;
-      if (fds[1].revents & POLLIN) {
-        const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd >= 0) {
-          const int one = 1;
-          ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-          std::lock_guard lock(mutex);
-          Connection& connection = connections.emplace_back();
-          connection.fd = fd;
-          connection.index = connectionsAccepted++;
-        }
-      }
-      std::size_t i = 2;
-      for (auto it = connections.begin(); it != connections.end(); ++i) {
-        // Connections accepted in this round have no poll entry yet.
-        if (i >= fds.size()) break;
+      auto it = connections.begin();
+      for (std::size_t i = 2; i < fds.size(); ++i) {
         Connection& connection = *it;
         if (fds[i].revents != 0) {
           char chunk[65536];
           const ssize_t n = ::recv(connection.fd, chunk, sizeof chunk, 0);
-          if (n <= 0) {
-            connection.closing = true;
-          } else if (!connection.silent) {
+          connection.closing |= n <= 0;
+          if (n > 0 && !connection.silent) {
             connection.buffer.append(chunk, static_cast<std::size_t>(n));
             serve(connection);
           }
         }
-        if (connection.closing) {
-          ::close(connection.fd);
-          it = connections.erase(it);
-        } else {
-          ++it;
-        }
+        if (connection.closing) ::close(connection.fd);
+        it = connection.closing ? connections.erase(it) : std::next(it);
+      }
+      if (fds[1].revents & POLLIN) {
+        const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) continue;
+        const int one = 1;
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        std::lock_guard lock(mutex);
+        Connection& connection = connections.emplace_back();
+        connection.fd = fd;
+        connection.index = connectionsAccepted++;
       }
     }
     for (auto& connection : connections) ::close(connection.fd);
@@ -350,22 +280,16 @@ LoopbackServer::LoopbackServer(const std::string& bindAddress) : state_(std::mak
   if (::inet_pton(AF_INET, bindAddress.c_str(), &address.sin_addr) != 1) {
     throw std::runtime_error("LoopbackServer: not an IPv4 address: " + bindAddress);
   }
-  address.sin_port = 0;
-  s.listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (s.listener < 0) throw std::runtime_error("LoopbackServer: socket failed");
-  if (::bind(s.listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(s.listener, 64) != 0) {
-    ::close(s.listener);
-    throw std::runtime_error("LoopbackServer: bind or listen failed");
-  }
   socklen_t length = sizeof address;
+  int pipeFds[2];
+  s.listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (s.listener < 0 || ::bind(s.listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+      ::listen(s.listener, 64) != 0 || ::pipe2(pipeFds, O_CLOEXEC) != 0) {
+    ::close(s.listener);
+    throw std::runtime_error("LoopbackServer: cannot listen on " + bindAddress);
+  }
   ::getsockname(s.listener, reinterpret_cast<sockaddr*>(&address), &length);
   s.port = ntohs(address.sin_port);
-  int pipeFds[2];
-  if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
-    ::close(s.listener);
-    throw std::runtime_error("LoopbackServer: pipe failed");
-  }
   s.wakeRead = pipeFds[0];
   s.wakeWrite = pipeFds[1];
   s.thread = std::thread([state = state_] { state->loop(); });
@@ -375,9 +299,7 @@ LoopbackServer::~LoopbackServer() {
   const char byte = 0;
   [[maybe_unused]] ssize_t written = ::write(state_->wakeWrite, &byte, 1);
   state_->thread.join();
-  ::close(state_->listener);
-  ::close(state_->wakeRead);
-  ::close(state_->wakeWrite);
+  for (int fd : {state_->listener, state_->wakeRead, state_->wakeWrite}) ::close(fd);
 }
 
 int LoopbackServer::port() const { return state_->port; }
