@@ -1,10 +1,13 @@
-// Start-up, storage across restarts, users files, health and shut-down of the devserver, and
-// its start-up refusals with the exit status each one promises.
+// Start-up, storage across restarts, users files, health and shut-down of the devserver, its
+// start-up refusals with the exit status each one promises, and fault injection through the
+// control endpoint and the command line.
 #include "DevServer.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fstream>
+#include <thread>
 
 #include "support/RunProgram.h"
 
@@ -24,10 +27,9 @@ TEST(LifecycleTest, FileDatabaseKeepsRecordsAndMediaAcrossRestarts) {
                    "application/json");
     ASSERT_EQ(res->status, 201);
     recordID = parse(res->body)["sleep"]["_id"].GetString();
-    auto png = makePng(4, 4);
-    auto media =
-        http->Post("/v1/organizations/acme/users/u1/sleep/" + recordID + "/media",
-                   httplib::MultipartFormDataItems{{"media", png, "media.png", "image/png"}});
+    auto media = http->Post(
+        "/v1/organizations/acme/users/u1/sleep/" + recordID + "/media",
+        httplib::MultipartFormDataItems{{"media", makePng(4, 4), "media.png", "image/png"}});
     ASSERT_EQ(media->status, 201) << media->body;
     url = parse(media->body)["media"]["url"].GetString();
     EXPECT_EQ(server.stop(), 0);
@@ -51,8 +53,7 @@ TEST(LifecycleTest, UsersFileDefinesWhoMayCallHealthAnswersAndBadStartsFail) {
   EXPECT_EQ(server.client()->Get(collectionPath("routine", kUser))->status, 200);
   auto http = server.client("");
   auto health = parse(http->Get("/health")->body);
-  EXPECT_STREQ(health["status"].GetString(), "ok");
-  EXPECT_TRUE(health["tcp_nodelay"].GetBool());
+  EXPECT_TRUE(health["status"].GetString() == std::string("ok") && health["tcp_nodelay"].GetBool());
   auto unknown = http->Get("/v1/nowhere");
   EXPECT_EQ(unknown->status, 404);
   EXPECT_TRUE(parse(unknown->body)["errors"].IsArray());
@@ -82,20 +83,17 @@ TEST(DevServerStart, ATakenPortIsRefusedAndTheFirstServerKeepsEveryConnection) {
       << second.err;
   // Had the second bound the port too, the kernel would hand it some of these connections.
   for (int i = 0; i < 8; ++i) {
-    auto http = first.client("");
-    auto health = http->Get("/health");
-    ASSERT_TRUE(health);
-    EXPECT_EQ(health->status, 200);
+    auto health = first.client("")->Get("/health");
+    EXPECT_TRUE(health && health->status == 200);
   }
 }
 
 TEST(DevServerStart, ExitStatusOfEachKindOfBadStart) {
-  struct Case {
+  const struct {
     std::vector<std::string> arguments;
     int status;
     std::string out;
-  };
-  const std::vector<Case> cases = {
+  } cases[] = {
       {{"--version"}, 0, "nymbrel-devserver "},
       {{"--help"}, 0, "Exit status: 0 stopped"},
       {{"--port", "70000"}, 2, ""},
@@ -109,6 +107,86 @@ TEST(DevServerStart, ExitStatusOfEachKindOfBadStart) {
     EXPECT_EQ(run.status, c.status) << c.arguments.front() << "\n" << run.err;
     EXPECT_NE(run.out.find(c.out), std::string::npos) << run.out;
   }
+}
+
+class FaultsTest : public ::testing::Test {
+ protected:
+  httplib::Result postRecord(const std::string& activityID) {
+    return http->Post(collectionPath("weight"), wrapped("weight", weightRecord(activityID)),
+                      "application/json");
+  }
+
+  DevServer server;
+  std::unique_ptr<httplib::Client> http = server.client();
+  std::unique_ptr<httplib::Client> control = server.client("");
+};
+
+TEST_F(FaultsTest, StatusFaultAnswersTheNextRequestsOfItsMethodThenServes) {
+  ASSERT_TRUE(server.addFault(
+      R"({"status":503,"count":2,"method":"POST","body":{"errors":[{"code":503,"message":"down"}]}})"));
+  EXPECT_EQ(http->Get(collectionPath("weight"))->status, 200);  // not a POST: untouched
+  for (int i = 0; i < 2; ++i) {
+    auto res = postRecord("A");
+    EXPECT_EQ(res->status, 503);
+    EXPECT_EQ(res->body, R"({"errors":[{"code":503,"message":"down"}]})");
+  }
+  EXPECT_EQ(server.records("weight").Size(), 0u);
+  EXPECT_EQ(postRecord("B")->status, 201);
+  const auto rules = parse(control->Get("/control/faults")->body);
+  const auto& rule = rules["faults"][0];
+  EXPECT_EQ(std::pair(rule["remaining"].GetInt(), rule["hits"].GetInt()), std::pair(0, 2));
+
+  // Rules that make no sense are refused.
+  for (const char* rule :
+       {R"({"status":503,"close":true})", R"({"stauts":503})", R"({"status":503,"fraction":2})"}) {
+    EXPECT_EQ(control->Post("/control/faults", rule, "application/json")->status, 400) << rule;
+  }
+}
+
+TEST_F(FaultsTest, SeededFractionRepeatsItsChoicesAndResetClearsEveryRule) {
+  auto pattern = [&] {
+    std::string seen;
+    for (int i = 0; i < 40; ++i)
+      seen += http->Get(collectionPath("weight"))->status == 500 ? 'x' : '.';
+    return seen;
+  };
+  ASSERT_TRUE(server.addFault(R"({"status":500,"fraction":0.5,"seed":42})"));
+  auto first = pattern();
+  EXPECT_TRUE(first.find('x') != std::string::npos && first.find('.') != std::string::npos)
+      << first;
+
+  auto reset = control->Delete("/control/faults");
+  EXPECT_EQ(reset->status, 200);
+  EXPECT_EQ(parse(reset->body)["faults"].Size(), 0u);
+  EXPECT_EQ(pattern(), std::string(40, '.'));
+
+  ASSERT_TRUE(server.addFault(R"({"status":500,"fraction":0.5,"seed":42})"));
+  EXPECT_EQ(pattern(), first);
+}
+
+TEST_F(FaultsTest, ShutDownCutsAFaultDelayShort) {
+  ASSERT_TRUE(server.addFault(R"({"delay_ms":600000})"));
+  std::thread caller([&] { EXPECT_FALSE(postRecord("A")); });
+  // Wait until the request is being held, then stop: the server must not sit out the delay.
+  for (int i = 0; i < 1000; ++i) {
+    if (parse(control->Get("/control/faults")->body)["faults"][0]["hits"].GetInt() == 1) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(server.stop(), 0);
+  caller.join();
+}
+
+TEST(FaultFlagsTest, CommandLineFaultsApplyFromTheFirstRequest) {
+  DevServer server(
+      {"--fault", "status=500,count=1,body=plain oops", "--fault", "close,count=1,method=POST"});
+  auto http = server.client();
+  auto first = http->Get(collectionPath("weight"));
+  EXPECT_EQ(std::pair(first->status, first->body), std::pair(500, std::string("plain oops")));
+  EXPECT_EQ(http->Get(collectionPath("weight"))->status, 200);
+  const auto body = wrapped("weight", weightRecord("A"));
+  EXPECT_FALSE(http->Post(collectionPath("weight"), body, "application/json"));
+  EXPECT_EQ(http->Post(collectionPath("weight"), body, "application/json")->status, 201);
+  EXPECT_THROW(DevServer({"--fault", "status=503,close"}), std::runtime_error);
 }
 
 }  // namespace
