@@ -143,27 +143,6 @@ TEST_F(FaultsTest, StatusFaultAnswersTheNextRequestsOfItsMethodThenServes) {
   }
 }
 
-TEST_F(FaultsTest, SeededFractionRepeatsItsChoicesAndResetClearsEveryRule) {
-  auto pattern = [&] {
-    std::string seen;
-    for (int i = 0; i < 40; ++i)
-      seen += http->Get(collectionPath("weight"))->status == 500 ? 'x' : '.';
-    return seen;
-  };
-  ASSERT_TRUE(server.addFault(R"({"status":500,"fraction":0.5,"seed":42})"));
-  auto first = pattern();
-  EXPECT_TRUE(first.find('x') != std::string::npos && first.find('.') != std::string::npos)
-      << first;
-
-  auto reset = control->Delete("/control/faults");
-  EXPECT_EQ(reset->status, 200);
-  EXPECT_EQ(parse(reset->body)["faults"].Size(), 0u);
-  EXPECT_EQ(pattern(), std::string(40, '.'));
-
-  ASSERT_TRUE(server.addFault(R"({"status":500,"fraction":0.5,"seed":42})"));
-  EXPECT_EQ(pattern(), first);
-}
-
 TEST_F(FaultsTest, ShutDownCutsAFaultDelayShort) {
   ASSERT_TRUE(server.addFault(R"({"delay_ms":600000})"));
   std::thread caller([&] { EXPECT_FALSE(postRecord("A")); });

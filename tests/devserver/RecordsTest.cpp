@@ -6,7 +6,6 @@
 
 #include <regex>
 #include <set>
-#include <thread>
 
 namespace nyb::test {
 namespace {
@@ -205,29 +204,6 @@ TEST_F(RecordsTest, OnlyAWholePngForAKnownRecordOfTheUserBecomesItsMedia) {
   auto answer = parse(updated->body);
   ASSERT_EQ(answer["weight"]["media"].Size(), 1u);
   EXPECT_EQ(answer["weight"]["media"][0]["url"].GetString(), url);
-}
-
-TEST_F(RecordsTest, ConcurrentClientsAreAllAnsweredAndEachRecordIsStoredOnce) {
-  constexpr std::size_t kClients = 4, kPerClient = 1000, kAll = kClients * kPerClient;
-  std::vector<std::thread> clients;
-  for (std::size_t c = 0; c < kClients; ++c) {
-    clients.emplace_back([&, c] {
-      auto mine = server.client();
-      for (std::size_t i = c * kPerClient; i < (c + 1) * kPerClient; ++i) {
-        auto res = mine->Post(collectionPath("weight"),
-                              wrapped("weight", weightRecord(std::to_string(i))), kJson);
-        EXPECT_TRUE(res && res->status == 201);
-      }
-    });
-  }
-  for (auto& client : clients) client.join();
-  auto stored = server.records("weight");
-  std::set<std::string> ids, activities;
-  for (const auto& each : stored.GetArray()) {
-    ids.insert(each["_id"].GetString());
-    activities.insert(each["activity_id"].GetString());
-  }
-  EXPECT_EQ(std::tuple(stored.Size(), ids.size(), activities.size()), std::tuple(kAll, kAll, kAll));
 }
 
 // Small answers go as they are, large ones with gzip when the client takes it, never brotli.

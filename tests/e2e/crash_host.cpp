@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <random>
 #include <set>
 #include <string>
@@ -31,11 +32,6 @@
 namespace {
 
 using namespace nyb;
-
-void line(const std::string& text) {
-  std::fputs((text + "\n").c_str(), stdout);
-  std::fflush(stdout);
-}
 
 // Offline, a session only loads: no upload's failure joins what it logs.
 std::shared_ptr<NYBSession> startSession(bool online = true) {
@@ -51,7 +47,7 @@ int submit(const std::string& tag, unsigned seed) {
   if (!session->sessionData()) {
     session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
   }
-  line("ready");
+  std::cout << "ready" << std::endl;
   std::mt19937 random(seed);
   for (long next = 0;;) {
     if (const auto& data = session->sessionData(); data && data->hasImages()) {
@@ -72,7 +68,7 @@ int submit(const std::string& tag, unsigned seed) {
       }
     }
     const bool saved = session->waitForArchiveWrites(std::chrono::seconds(60));
-    line(saved ? "saved " + std::to_string(next - 1) : "stuck");
+    std::cout << (saved ? "saved " + std::to_string(next - 1) : "stuck") << std::endl;
     if (!saved) return 1;
   }
 }
@@ -86,7 +82,7 @@ int hold() {
   record->setActivityID("held");
   session->submitRecord(record);
   if (!session->waitForArchiveWrites(std::chrono::seconds(60))) return 1;
-  line("ready");
+  std::cout << "ready" << std::endl;
   for (;;) ::pause();
 }
 
@@ -97,7 +93,7 @@ int load(const std::string& documents) {
   try {
     session = startSession(false);
   } catch (const NYBDocumentsDirectoryInUseException& busy) {
-    line("in-use " + busy.directory());
+    std::cout << "in-use " << busy.directory() << std::endl;
     return 3;
   }
   NYBSetPlatformLogSink(nullptr);
@@ -105,24 +101,24 @@ int load(const std::string& documents) {
   std::size_t count = 0;
   if (auto data = session->sessionData()) {
     for (const NYBDynamicValue& each : *data->records().array()) {
-      line("id " + each.objectAs<NYBRecord>()->activityID().description());
+      std::cout << "id " << each.objectAs<NYBRecord>()->activityID().description() << std::endl;
       ++count;
     }
     for (const auto& [record, name] : *data->imageFilenames().dictionary()) {
       auto path = data->pathForImageName(name.string());
       if (!path || !std::filesystem::exists(*path) ||
           !data->imageForRecord(record.objectAs<NYBRecord>()))
-        line("photo-missing " + name.description());
+        std::cout << "photo-missing " << name.description() << std::endl;
       named.insert(name.description());
     }
   }
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(documents + "/images", error)) {
     const std::string name = entry.path().filename().string();
-    if (named.count(name) == 0) line("orphan " + name);
+    if (named.count(name) == 0) std::cout << "orphan " << name << std::endl;
   }
-  for (std::size_t i = 1; i < logged.size(); ++i) line("log " + logged[i]);
-  line("loaded " + std::to_string(count));
+  for (std::size_t i = 1; i < logged.size(); ++i) std::cout << "log " << logged[i] << std::endl;
+  std::cout << "loaded " << count << std::endl;
   return 0;
 }
 

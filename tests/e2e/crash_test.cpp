@@ -16,6 +16,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "support/ChildProcess.h"
@@ -59,9 +60,9 @@ TEST(CrashSafety, EveryFinishedSaveSurvivesAKillAtAnyMoment) {
     // write, between bursts.
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 250'000));
     host.kill(SIGKILL);
-    host.wait();
     long lastSaved = -1;
-    for (const std::string& line : host.drainLines()) {
+    std::istringstream output(host.finish(5s).out);
+    for (std::string line; std::getline(output, line);) {
       if (line.rfind("saved ", 0) == 0) lastSaved = std::stol(line.substr(6));
       EXPECT_NE(line, "stuck");
     }

@@ -43,7 +43,6 @@ std::vector<std::shared_ptr<NYBRecord>> oneOfEachType(const std::string& tag) {
 }
 
 void addFault(const std::string& rule) { ASSERT_TRUE(devserver().addFault(rule)); }
-
 void clearFaults() { ASSERT_EQ(devserver().client("")->Delete("/control/faults")->status, 200); }
 
 class EndToEnd : public SessionFixture {
@@ -66,8 +65,7 @@ class EndToEnd : public SessionFixture {
 TEST_F(EndToEnd, RecordsOfEveryTypeAndTheirPhotosReachTheService) {
   makeSession()->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
   auto records = oneOfEachType("all");
-  const auto weightPhoto = photo(3);
-  const auto diabetesPhoto = photo(9);
+  const auto weightPhoto = photo(3), diabetesPhoto = photo(9);
   session->submitRecord(records[2], weightPhoto);
   session->submitRecords({records[0], records[3], records[4], records[5], records[6], records[7]});
   session->submitRecord(records[1], diabetesPhoto);
@@ -109,8 +107,7 @@ TEST_F(EndToEnd, RecordsOfEveryTypeAndTheirPhotosReachTheService) {
     ASSERT_NE(back, nullptr);
     EXPECT_EQ(*back, roots[i] == "weight" ? *weightPhoto : *diabetesPhoto);
   }
-  EXPECT_FALSE(session->sessionData()->hasRecords());
-  EXPECT_FALSE(session->sessionData()->hasImages());
+  EXPECT_FALSE(session->sessionData()->hasRecords() || session->sessionData()->hasImages());
 }
 
 TEST_F(EndToEnd, ARefusalDropsTheRecordAndAPhotoWhileFailuresWaitForTheNextTrigger) {
@@ -128,9 +125,8 @@ TEST_F(EndToEnd, ARefusalDropsTheRecordAndAPhotoWhileFailuresWaitForTheNextTrigg
 
   // A 500 and a connection closed without an answer: back at the tail, no
   // word to the application, nothing stored until the next trigger.
-  const std::vector<std::pair<std::string, std::string>> faults = {
-      {"after-500", R"({"status": 500})"}, {"after-close", R"({"close": true})"}};
-  for (const auto& [name, rule] : faults) {
+  for (const auto& [name, rule] : {std::pair{"after-500", R"({"status": 500})"},
+                                   std::pair{"after-close", R"({"close": true})"}}) {
     SCOPED_TRACE(rule);
     notes.posted.clear();
     addFault(rule);

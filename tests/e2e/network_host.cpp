@@ -5,27 +5,18 @@
 // notice that the network is gone it submits a record and prints "waiting" once the failed upload
 // left it queued, then "submitted <recordID>" when the service accepts it, and exits 0 (1 when
 // that did not happen within two minutes).
-#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 
 #include "NymbrelCore/NymbrelCore.h"
 #include "service/RequestBaseURL.h"
 
-namespace {
-
 using namespace nyb;
-
-void line(const std::string& text) {
-  std::fputs((text + "\n").c_str(), stdout);
-  std::fflush(stdout);
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::fputs("usage: nyb_network_host <documents>\n", stderr);
+    std::cerr << "usage: nyb_network_host <documents>\n";
     return 2;
   }
   NYBDocuments::setDocumentsDirectory(argv[1]);
@@ -40,7 +31,7 @@ int main(int argc, char** argv) {
       [&](const NYBNotification& notification) {
         const auto status =
             notification.object().objectAs<NYBReachability>()->currentReachabilityStatus();
-        line("reachability " + std::to_string(status));
+        std::cout << "reachability " << status << std::endl;
         if (status == NYBNotReachable && !submitted && session) {
           submitted = true;
           auto record = std::make_shared<NYBWeight>();
@@ -58,7 +49,7 @@ int main(int argc, char** argv) {
 
   session = NYBSession::sessionWithConfiguration();
   session->startSessionWithUser(std::make_shared<NYBUser>("u1", "acme", "tok1"));
-  line("ready " + std::to_string(session->reachability()->currentReachabilityStatus()));
+  std::cout << "ready " << session->reachability()->currentReachabilityStatus() << std::endl;
 
   bool saidWaiting = false;
   const bool done = NYBRunLoop::main().runUntil(
@@ -66,13 +57,13 @@ int main(int argc, char** argv) {
         if (submitted && !saidWaiting && !session->processingRecord() &&
             session->sessionData()->hasRecords()) {
           saidWaiting = true;
-          line("waiting");
+          std::cout << "waiting" << std::endl;
         }
         return !acceptedID.empty() && !session->processingRecord();
       },
       std::chrono::minutes(2));
   if (!done) return 1;
   session->waitForArchiveWrites();
-  line("submitted " + acceptedID);
+  std::cout << "submitted " << acceptedID << std::endl;
   return 0;
 }

@@ -13,7 +13,6 @@
 
 #include "Errors.h"
 #include "Import.h"
-#include "QueueView.h"
 #include "RecordBuilder.h"
 #include "RecordFields.h"
 #include "RunTool.h"
@@ -288,12 +287,6 @@ TEST(Import, RowsBecomeRecordsOrAreRefusedWithTheirLine) {
     ASSERT_EQ(errors.size(), named.size()) << row.line;
     for (std::size_t i = 0; i < named.size(); ++i) EXPECT_TRUE(errors[i].starts_with(named[i]));
   }
-}
-
-// Short tokens are masked whole (the tool's queue output shows "****" for a four-letter one).
-TEST(QueueView, TokensShowOnlyTheirLastFourLettersAndOnlyWhenLong) {
-  EXPECT_EQ(maskToken("demo-token"), "**********");
-  EXPECT_EQ(maskToken("abcdefghijkl"), "********ijkl");
 }
 
 }  // namespace

@@ -84,15 +84,6 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time
   }
 }
 
-std::vector<std::string> ChildProcess::drainLines() {
-  std::vector<std::string> lines;
-  while (auto line = readLine(std::chrono::milliseconds(0))) lines.push_back(*line);
-  if (pid_ <= 0) {
-    while (auto line = readLine(std::chrono::seconds(5))) lines.push_back(*line);
-  }
-  return lines;
-}
-
 ChildProcess::Output ChildProcess::finish(std::chrono::milliseconds timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while ((out_ >= 0 || err_ >= 0) && std::chrono::steady_clock::now() < deadline) {

@@ -40,9 +40,6 @@ class ChildProcess {
   // The next whole line (without its line feed), or absent when the output
   // ended or the timeout passed first.
   std::optional<std::string> readLine(std::chrono::milliseconds timeout);
-  // Lines available now without waiting, plus the rest once the process has
-  // ended (after kill or exit).
-  std::vector<std::string> drainLines();
   // Reads every stream to its end and waits for the exit; past the timeout the child is killed.
   Output finish(std::chrono::milliseconds timeout);
   // Stops reading the standard output; the child's later writes to it fail.

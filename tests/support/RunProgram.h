@@ -17,8 +17,11 @@ using ProgramRun = ChildProcess::Output;  // status -1 when killed or timed out
 
 // argv[0] is the program's path. `environment` holds "NAME=value" entries;
 // absent: the test's own environment.
-ProgramRun runProgram(const std::vector<std::string>& argv,
-                      const std::optional<std::vector<std::string>>& environment = std::nullopt,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(120));
+inline ProgramRun runProgram(
+    const std::vector<std::string>& argv,
+    const std::optional<std::vector<std::string>>& environment = std::nullopt,
+    std::chrono::milliseconds timeout = std::chrono::seconds(120)) {
+  return ChildProcess(argv, {true, environment}).finish(timeout);
+}
 
 }  // namespace nyb::test

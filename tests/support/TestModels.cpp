@@ -27,13 +27,12 @@ std::shared_ptr<NYBValueTransformer> dateTransformer(const NYBModelClass&) {
 std::shared_ptr<NYBValueTransformer> addressTransformer(const NYBModelClass&) {
   return NYBValueTransformer::transformerUsingForwardBlock(
       [](const NYBDynamicValue& v) -> NYBDynamicValue {
-        if (!v.isDictionary()) return {};
-        return TestAddress::modelFromJSONObject(v);
+        return v.isDictionary() ? NYBDynamicValue(TestAddress::modelFromJSONObject(v))
+                                : NYBDynamicValue();
       },
       [](const NYBDynamicValue& v) -> NYBDynamicValue {
         auto address = v.objectAs<TestAddress>();
-        if (!address) return v;
-        return address->JSONObject();
+        return address ? NYBDynamicValue(address->JSONObject()) : v;
       });
 }
 
@@ -46,10 +45,13 @@ std::shared_ptr<NYBValueTransformer> kindTransformer(const NYBModelClass& receiv
       });
 }
 
-NYBKeyMap personKeys() {
-  return {{"name", "name"},     {"birthday", "birth_day"}, {"address", "address"}, {"tags", "tags"},
-          {"city", "city"},     {"identifier", "_id"},     {"kind", "kind"},       {"age", "age"},
-          {"active", "active"}, {"notAProperty", "ghost"}};
+NYBKeyMap personKeys(NYBKeyMap more = {}) {
+  NYBKeyMap keys = {
+      {"name", "name"},     {"birthday", "birth_day"}, {"address", "address"}, {"tags", "tags"},
+      {"city", "city"},     {"identifier", "_id"},     {"kind", "kind"},       {"age", "age"},
+      {"active", "active"}, {"notAProperty", "ghost"}};
+  keys.insert(keys.end(), more.begin(), more.end());
+  return keys;
 }
 
 }  // namespace
@@ -61,8 +63,8 @@ void TestPerson::setName(NYBDynamicValue value) {
 }
 
 NYBDynamicValue TestCircle::area() const {
-  if (!radius.isNumber()) return {};
-  return 3.0 * radius.doubleValue() * radius.doubleValue();
+  return radius.isNumber() ? NYBDynamicValue(3.0 * radius.doubleValue() * radius.doubleValue())
+                           : NYBDynamicValue();
 }
 
 const NYBModelClass& TestCircle::staticClass() {
@@ -117,11 +119,7 @@ const TestPersonClass& TestEmployee::staticClass() {
        &TestPerson::staticClass(),
        [] { return std::make_shared<TestEmployee>(); },
        NYBPropertyTable::of<TestEmployee>().field("employer", &TestEmployee::employer),
-       [] {
-         NYBKeyMap keys = personKeys();
-         keys.emplace_back("employer", "employer");
-         return keys;
-       }(),
+       personKeys({{"employer", "employer"}}),
        {}});
   return cls;
 }
