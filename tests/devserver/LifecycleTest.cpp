@@ -1,6 +1,6 @@
 // Start-up, storage across restarts, users files, health and shut-down of the devserver, its
 // start-up refusals with the exit status each one promises, and fault injection through the
-// control endpoint and the command line.
+// control endpoint.
 #include "DevServer.h"
 
 #include <gtest/gtest.h>
@@ -153,19 +153,6 @@ TEST_F(FaultsTest, ShutDownCutsAFaultDelayShort) {
   }
   EXPECT_EQ(server.stop(), 0);
   caller.join();
-}
-
-TEST(FaultFlagsTest, CommandLineFaultsApplyFromTheFirstRequest) {
-  DevServer server(
-      {"--fault", "status=500,count=1,body=plain oops", "--fault", "close,count=1,method=POST"});
-  auto http = server.client();
-  auto first = http->Get(collectionPath("weight"));
-  EXPECT_EQ(std::pair(first->status, first->body), std::pair(500, std::string("plain oops")));
-  EXPECT_EQ(http->Get(collectionPath("weight"))->status, 200);
-  const auto body = wrapped("weight", weightRecord("A"));
-  EXPECT_FALSE(http->Post(collectionPath("weight"), body, "application/json"));
-  EXPECT_EQ(http->Post(collectionPath("weight"), body, "application/json")->status, 201);
-  EXPECT_THROW(DevServer({"--fault", "status=503,close"}), std::runtime_error);
 }
 
 }  // namespace

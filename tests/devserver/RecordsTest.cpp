@@ -147,16 +147,14 @@ TEST_F(RecordsTest, RefusalsAnswerAnErrorsBodyAndStoreNothing) {
     EXPECT_EQ(parse(res->body)["errors"][0]["code"].GetInt(), c.status) << res->body;
   }
   // One bad record fails the whole batch; each entry names its record's activity ID.
-  auto batch =
-      parse(http->Post(weights,
-                       wrapped("weight", "[" + weightRecord("good") +
-                                             R"(,{"activity_id":"late","weight":1},{"weight":2}])"),
-                       kJson)
-                ->body);
-  ASSERT_EQ(batch["errors"].Size(), 2u);
-  EXPECT_EQ(batch["errors"][0]["code"].GetInt(), 422);
-  EXPECT_STREQ(batch["errors"][0]["activity_id"].GetString(), "late");
-  EXPECT_FALSE(batch["errors"][1].HasMember("activity_id"));
+  const std::string batch =
+      "[" + weightRecord("good") + R"(,{"activity_id":"late","weight":1},{"weight":2}])";
+  auto answer = parse(http->Post(weights, wrapped("weight", batch), kJson)->body);
+  const auto& errors = answer["errors"];
+  ASSERT_EQ(errors.Size(), 2u);
+  EXPECT_EQ(errors[0]["code"].GetInt(), 422);
+  EXPECT_STREQ(errors[0]["activity_id"].GetString(), "late");
+  EXPECT_FALSE(errors[1].HasMember("activity_id"));
   EXPECT_EQ(server.records("weight").Size(), 0u);
 
   // One right token is enough, wherever it is.

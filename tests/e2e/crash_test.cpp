@@ -7,6 +7,7 @@
 // NYB_CRASH_ITERATIONS sets the number of kills (50 by default).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -33,11 +34,9 @@ using namespace std::chrono_literals;
 void uploadsGoNowhere() { ::setenv("NYMBREL_BASE_URL", "http://127.0.0.1:1/v1", 1); }
 
 std::size_t temporaryFilesIn(const fs::path& directory) {
-  std::size_t count = 0;
-  for (const auto& entry : fs::directory_iterator(directory)) {
-    if (entry.path().filename().string().rfind(".sessionData.", 0) == 0) ++count;
-  }
-  return count;
+  return std::ranges::count_if(fs::directory_iterator(directory), [](const auto& entry) {
+    return entry.path().filename().string().starts_with(".sessionData.");
+  });
 }
 
 TEST(CrashSafety, EveryFinishedSaveSurvivesAKillAtAnyMoment) {
@@ -74,9 +73,8 @@ TEST(CrashSafety, EveryFinishedSaveSurvivesAKillAtAnyMoment) {
     std::optional<std::string> line;
     while ((line = loader.readLine(60s)) && line->rfind("loaded ", 0) != 0) {
       if (line->rfind("id ", 0) == 0) ids.insert(line->substr(3));
-      EXPECT_NE(line->rfind("log Caught", 0), 0U) << *line;
-      EXPECT_NE(line->rfind("photo-missing", 0), 0U) << *line;
-      EXPECT_NE(line->rfind("orphan", 0), 0U) << *line;
+      for (const char* wrong : {"log Caught", "photo-missing", "orphan"})
+        EXPECT_FALSE(line->starts_with(wrong)) << *line;
     }
     ASSERT_TRUE(line.has_value()) << "the loader did not finish";
     EXPECT_EQ(loader.wait(), 0);
