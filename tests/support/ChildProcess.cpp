@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <stdexcept>
+#include <utility>
 
 extern char** environ;
 
@@ -45,27 +46,19 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Options& 
 }
 
 ChildProcess::~ChildProcess() {
-  if (pid_ > 0) {
-    ::kill(pid_, SIGKILL);
-    wait();
-  }
+  kill(SIGKILL);
+  wait();
   closeOutput();
   if (err_ >= 0) ::close(err_);
 }
 
-bool ChildProcess::pump(int& fd, std::string& sink, int waitMilliseconds) {
-  if (fd < 0) return false;
+void ChildProcess::pump(int& fd, std::string& sink, int waitMilliseconds) {
   pollfd ready{fd, POLLIN, 0};
-  if (::poll(&ready, 1, waitMilliseconds) <= 0) return true;
+  if (fd < 0 || ::poll(&ready, 1, waitMilliseconds) <= 0) return;
   char chunk[4096];
   const ssize_t n = ::read(fd, chunk, sizeof chunk);
-  if (n > 0) {
-    sink.append(chunk, static_cast<std::size_t>(n));
-    return true;
-  }
-  ::close(fd);
-  fd = -1;
-  return false;
+  if (n > 0) sink.append(chunk, static_cast<std::size_t>(n));
+  if (n <= 0) ::close(std::exchange(fd, -1));
 }
 
 std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds timeout) {
@@ -98,8 +91,7 @@ ChildProcess::Output ChildProcess::finish(std::chrono::milliseconds timeout) {
 }
 
 void ChildProcess::closeOutput() {
-  if (out_ >= 0) ::close(out_);
-  out_ = -1;
+  if (out_ >= 0) ::close(std::exchange(out_, -1));
 }
 
 void ChildProcess::kill(int signal) {

@@ -50,8 +50,8 @@ class ChildProcess {
   pid_t pid() const { return pid_; }
 
  private:
-  // Reads what one stream has within the wait; false once it ended.
-  bool pump(int& fd, std::string& sink, int waitMilliseconds);
+  // Reads what one stream has within the wait; closes it (fd -1) once it ended.
+  void pump(int& fd, std::string& sink, int waitMilliseconds);
 
   pid_t pid_ = -1;
   int out_ = -1;
