@@ -1,6 +1,5 @@
-// Start-up, storage across restarts, users files, health and shut-down of the devserver, its
-// start-up refusals with the exit status each one promises, and fault injection through the
-// control endpoint.
+// The devserver's start-up, storage across restarts, users files, health, shut-down, start-up
+// refusals with the exit status each one promises, and faults injected through its endpoint.
 #include "DevServer.h"
 
 #include <gtest/gtest.h>

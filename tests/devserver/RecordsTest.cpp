@@ -1,5 +1,4 @@
-// The record and media endpoints of the REST interface and how answers are encoded, over real
-// HTTP.
+// The REST interface's record and media endpoints and how answers are encoded, over real HTTP.
 #include "DevServer.h"
 
 #include <gtest/gtest.h>
