@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "NymbrelCore/NYBException.h"
 #include "support/TimeZoneOverride.h"
@@ -79,33 +76,6 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
   EXPECT_THROW(NYBDateFormatter::setDeviceTimeZone("Mars/Olympus_Mons"),
                NYBInvalidArgumentException);
   EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), before);
-}
-
-TEST(NYBDateFormatterTest, OneFormatterServesManyThreadsWhileTheDeviceZoneChanges) {
-  test::TimeZoneOverride zone("UTC");
-  const auto utc = makeFormatter(kDateTime, "UTC");
-  const auto device = makeFormatter("xxx", std::nullopt);
-  std::atomic<bool> stop{false};
-  std::atomic<int> mismatches{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < 300; ++i) {
-        const NYBDate date(kMarch2016 + t * 1000 + i);
-        const auto text = utc->stringFromDate(date);
-        const auto offset = device->stringFromDate(date);
-        if (!text || utc->dateFromString(*text) != date) ++mismatches;
-        if (offset != "+00:00" && offset != "-05:00") ++mismatches;
-      }
-    });
-  }
-  std::thread changer([&] {
-    for (int i = 0; !stop; ++i) NYBDateFormatter::setDeviceTimeZone(i % 2 ? "UTC" : "Etc/GMT+5");
-  });
-  for (auto& thread : threads) thread.join();
-  stop = true;
-  changer.join();
-  EXPECT_EQ(mismatches, 0);
 }
 
 }  // namespace

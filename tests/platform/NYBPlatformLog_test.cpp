@@ -3,13 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "platform/Log.h"
 #include "support/LogCapture.h"
 
 namespace nyb {
@@ -40,40 +36,6 @@ TEST(NYBPlatformLogTest, TheDefaultSinkWritesOneDatedLinePerMessageToStandardErr
   NYBSetPlatformLogSink(nullptr);
   EXPECT_EQ(seen, std::vector<std::string>{"outer"});
   EXPECT_THAT(inner, testing::HasSubstr("] from inside the sink\n"));
-}
-
-// Lines from many threads arrive whole and once, and a replaced sink is never called again.
-TEST(NYBPlatformLogTest, ManyThreadsLogWhileTheSinkIsReplaced) {
-  std::atomic<bool> replaced{false}, stop{false};
-  std::atomic<int> lateCalls{0}, calls{0};
-  NYBSetPlatformLogSink([&](std::string_view) {
-    if (replaced) ++lateCalls;
-    ++calls;
-  });
-  std::thread busy([&] {
-    while (!stop) NYBPlatformLog("busy");
-  });
-  while (calls < 50) std::this_thread::yield();
-  std::set<std::string> lines;
-  {
-    test::LogCapture capture;  // replaces the sink above while the thread logs
-    replaced = true;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([t] {
-        for (int i = 0; i < 200; ++i) log("thread {} message {}", t, i);
-      });
-    }
-    for (auto& thread : threads) thread.join();
-    stop = true;
-    busy.join();
-    for (const auto& line : capture.lines()) {
-      EXPECT_TRUE(line == "busy" || lines.insert(line).second) << line;
-    }
-  }
-  EXPECT_EQ(lines.size(), 800U);
-  EXPECT_EQ(lines.count("thread 3 message 199"), 1U);
-  EXPECT_EQ(lateCalls, 0);
 }
 
 }  // namespace

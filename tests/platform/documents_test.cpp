@@ -23,23 +23,16 @@ unsigned modeOf(const fs::path& path) {
   return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
 
-std::size_t entriesIn(const fs::path& directory) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory), {}));
-}
-
 // Sets (or, with null, unsets) an environment variable for the scope.
-class EnvOverride {
- public:
-  EnvOverride(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
+struct EnvOverride {
+  EnvOverride(const char* name, const char* value) : name(name) {
+    if (const char* old = std::getenv(name)) before = old;
     set(value);
   }
-  ~EnvOverride() { set(old_ ? old_->c_str() : nullptr); }
-
- private:
-  void set(const char* value) { value ? ::setenv(name_, value, 1) : ::unsetenv(name_); }
-  const char* name_;
-  std::optional<std::string> old_;
+  ~EnvOverride() { set(before ? before->c_str() : nullptr); }
+  void set(const char* value) { value ? ::setenv(name, value, 1) : ::unsetenv(name); }
+  const char* name;
+  std::optional<std::string> before;
 };
 
 TEST(Documents, TheDefaultFollowsTheDataHomeAndIsMadePrivateOnFirstUse) {
@@ -87,7 +80,8 @@ TEST(DurableFile, ReplacesByRenameWithPrivateModeAndFailuresLeaveWhatWasThere) {
   fs::create_directories(temp.path() / "taken" / "child");  // in the way of the rename
   EXPECT_FALSE(writeFileDurably(temp.path() / "taken", "x", error));
   EXPECT_TRUE(fs::is_directory(temp.path() / "taken" / "child"));
-  EXPECT_EQ(entriesIn(temp.path()), 2U) << "no temporary file left behind";
+  EXPECT_EQ(std::distance(fs::directory_iterator(temp.path()), {}), 2)
+      << "no temporary file left behind";
 
   fs::create_directory(temp.path() / "shared");
   fs::permissions(temp.path() / "shared", fs::perms(0755));

@@ -32,6 +32,8 @@ std::shared_ptr<NYBBiometrics> biometrics(const char* activityID, const char* re
   return record;
 }
 
+using Failure = std::pair<std::string, std::int64_t>;  // an error's domain and code
+
 // What one operation's completion received, and where.
 struct Call {
   int calls = 0;
@@ -40,6 +42,9 @@ struct Call {
   bool onMainThread = false;
   bool beforeReturn = false;
   bool returned = false;
+  // How often the completion ran, whether on the main thread, whether before the call returned.
+  std::tuple<int, bool, bool> how() const { return {calls, onMainThread, beforeReturn}; }
+  Failure failure() const { return error ? Failure(error->domain(), error->code()) : Failure(); }
 
   NYBAPICompletion completion() {
     return [this](NYBDynamicValue r, std::shared_ptr<NYBError> e) {
@@ -58,6 +63,14 @@ struct Call {
 
 NYBDynamicValue parse(const std::string& body) {
   return NYBJSONSerialization::JSONObjectWithData(body);
+}
+
+// The value as a T; when it is none the test fails and goes on with an empty one.
+template <typename T>
+std::shared_ptr<T> as(const NYBDynamicValue& value) {
+  auto object = value.objectAs<T>();
+  EXPECT_TRUE(object) << value.description();
+  return object ? object : std::make_shared<T>();
 }
 
 class APIClient : public ::testing::Test {
@@ -83,6 +96,7 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
   weighIn->setActivityID("day.2016/03?x=1&y=2 z\xC3\xA9#3");
   auto image = std::make_shared<NYBImage>(2, 2, std::vector<std::uint8_t>(16, 200));
   const std::string users = "/v1/organizations/org-7/users/u-1/";
+  const NYBRecordList both{stored, fresh};
   const std::string media = users + "biometrics/r-1/media?authentication_token=" + kToken;
   const struct {
     std::function<void(NYBAPICompletion)> operation;
@@ -103,9 +117,7 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
       // The token as it is, in the query and in the header.
       {[&](auto c) { client->uploadImage(image, stored, c); },
        R"({"media":{"id":"m-1","url":"https://m/1"}})", "POST", media},
-      {[&](auto c) {
-         client->postMultipleRecords({stored, fresh}, c);
-       },
+      {[&](auto c) { client->postMultipleRecords(both, c); },
        R"({"biometrics":[{"_id":"r-1"},"skipped",{"_id":"r-2"}]})", "POST",
        users + "biometrics.json"},
       {[&](auto c) { client->uploadImage(nullptr, stored, c); }, R"({"media":{"id":"m-2"}})",
@@ -117,9 +129,7 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
     rows[i].operation(calls[i].completion());
     calls[i].returned = true;
     ASSERT_TRUE(calls[i].await());
-    EXPECT_EQ(calls[i].calls, 1);
-    EXPECT_TRUE(calls[i].onMainThread);
-    EXPECT_FALSE(calls[i].beforeReturn);
+    EXPECT_EQ(calls[i].how(), std::tuple(1, true, false));
     EXPECT_FALSE(calls[i].error);
   }
   const auto sent = server().requests();
@@ -141,41 +151,31 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
   EXPECT_EQ(*sent[6].header("Content-Type"), "application/json");
   EXPECT_EQ(parse(sent[6].body), NYBDynamicValue(NYBDictionary{{"authentication_token", kToken}}));
 
-  auto posted = calls[0].result.objectAs<NYBBiometrics>();
-  ASSERT_TRUE(posted);
-  EXPECT_EQ(posted->recordID(), NYBDynamicValue("r-9"));
-  EXPECT_EQ(posted->restingHeartrate(), NYBDynamicValue(62));
-  auto response = calls[3].result.objectAs<NYBServerResponse>();
-  ASSERT_TRUE(response);
-  EXPECT_EQ(response->message(), NYBDynamicValue("deleted"));
-  auto uploaded = calls[4].result.objectAs<NYBMedia>();
-  ASSERT_TRUE(uploaded);
-  EXPECT_EQ(uploaded->mediaURL(), NYBDynamicValue("https://m/1"));
-  const NYBArray* both = calls[5].result.array();
-  ASSERT_TRUE(both);
-  ASSERT_EQ(both->size(), 2u);
-  EXPECT_EQ((*both)[1].objectAs<NYBBiometrics>()->recordID(), NYBDynamicValue("r-2"));
+  EXPECT_EQ(as<NYBBiometrics>(calls[0].result)->recordID(), NYBDynamicValue("r-9"));
+  EXPECT_EQ(as<NYBBiometrics>(calls[0].result)->restingHeartrate(), NYBDynamicValue(62));
+  EXPECT_EQ(as<NYBServerResponse>(calls[3].result)->message(), NYBDynamicValue("deleted"));
+  EXPECT_EQ(as<NYBMedia>(calls[4].result)->mediaURL(), NYBDynamicValue("https://m/1"));
+  const NYBArray* posted = calls[5].result.array();
+  ASSERT_TRUE(posted && posted->size() == 2);
+  EXPECT_EQ(as<NYBBiometrics>((*posted)[1])->recordID(), NYBDynamicValue("r-2"));
 }
 
 TEST_F(APIClient, RefusedRecordsAreReportedAtOnceOnTheCallingThreadAndNothingIsSent) {
+  EXPECT_THROW(NYBAPIClient missing(nullptr), NYBException);
+  EXPECT_THROW(NYBAPIClient(), NYBException);
   test::LogCapture log;
   auto typeless = std::make_shared<NYBRecord>();
   typeless->setActivityID("t");
   auto noID = biometrics("n");
   auto weight = std::make_shared<NYBWeight>();
+  const NYBRecordList mixed{noID, weight}, withNull{noID, nullptr};
   const std::vector<std::pair<std::function<void(NYBAPICompletion)>, NYBAPIErrorCode>> cases = {
       {[&](auto c) { client->postRecord(nullptr, c); }, NYBAPIErrorMissingRecord},
       {[&](auto c) { client->postRecord(typeless, c); }, NYBAPIErrorInvalidRecordType},
       {[&](auto c) { client->postMultipleRecords({}, c); }, NYBAPIErrorMissingRecord},
-      {[&](auto c) {
-         client->postMultipleRecords({noID, weight}, c);
-       },
-       NYBAPIErrorMismatchedRecordTypes},
+      {[&](auto c) { client->postMultipleRecords(mixed, c); }, NYBAPIErrorMismatchedRecordTypes},
       // A missing record has no type, so it differs from the first one's.
-      {[&](auto c) {
-         client->postMultipleRecords({noID, nullptr}, c);
-       },
-       NYBAPIErrorMismatchedRecordTypes},
+      {[&](auto c) { client->postMultipleRecords(withNull, c); }, NYBAPIErrorMismatchedRecordTypes},
       {[&](auto c) { client->updateRecord(typeless, c); }, NYBAPIErrorMissingRecordID},
       {[&](auto c) { client->updateRecord(nullptr, c); }, NYBAPIErrorMissingRecordID},
       {[&](auto c) { client->upsertRecord(weight, c); }, NYBAPIErrorMissingActivityID},
@@ -187,21 +187,20 @@ TEST_F(APIClient, RefusedRecordsAreReportedAtOnceOnTheCallingThreadAndNothingIsS
     Call call;
     cases[i].first(call.completion());
     call.returned = true;
-    EXPECT_EQ(call.calls, 1);
-    EXPECT_TRUE(call.beforeReturn);
-    EXPECT_TRUE(call.onMainThread);  // the calling thread here
+    EXPECT_EQ(call.how(), std::tuple(1, true, true));  // the calling thread is the main one here
     EXPECT_TRUE(call.result.isAbsent());
-    ASSERT_TRUE(call.error);
-    EXPECT_EQ(call.error->domain(), "NYBAPIErrorDomain");
-    EXPECT_EQ(call.error->code(), cases[i].second);
+    EXPECT_EQ(call.failure(), Failure("NYBAPIErrorDomain", cases[i].second));
     cases[i].first(nullptr);  // without a completion nothing breaks
   }
-  // A valid request afterwards is the only one the server sees; the delete
-  // without a completion went out all the same, with no URL to go to.
+  // A valid request afterwards is the only one the server sees, for the user as it is now; the
+  // delete without a completion went out all the same, with no URL to go to.
+  client->setUser(std::make_shared<NYBUser>("u-2", "org-8", "other"));
   Call barrier;
   client->postRecord(noID, barrier.completion());
   ASSERT_TRUE(barrier.await());
-  EXPECT_EQ(server().requests().size(), 1u);
+  ASSERT_EQ(server().requests().size(), 1u);
+  EXPECT_EQ(server().requests()[0].target, "/v1/organizations/org-8/users/u-2/biometrics.json");
+  EXPECT_EQ(*server().requests()[0].header("X-Nymbrel-Mobile-Token"), "other");
   EXPECT_EQ(log.lines(), std::vector<std::string>{"NYBRequest: No data returned: unsupported URL"});
 }
 
@@ -219,16 +218,14 @@ TEST_F(APIClient, AnErrorsArrayTravelsBesideTheResult) {
     client->postRecord(biometrics("x"), call.completion());
     ASSERT_TRUE(call.await());
   }
-  EXPECT_EQ(calls[0].result.objectAs<NYBBiometrics>()->recordID(), NYBDynamicValue("r-5"));
-  ASSERT_TRUE(calls[0].error);
-  EXPECT_EQ(calls[0].error->domain(), "NYBAPIErrorDomain");
-  EXPECT_EQ(calls[0].error->code(), NYBAPIErrorInvalidRecords);
+  EXPECT_EQ(as<NYBBiometrics>(calls[0].result)->recordID(), NYBDynamicValue("r-5"));
+  ASSERT_EQ(calls[0].failure(), Failure("NYBAPIErrorDomain", NYBAPIErrorInvalidRecords));
   // Non-objects are dropped.
   const NYBArray* records = calls[0].error->userInfo()["errorRecords"].array();
   ASSERT_TRUE(records && records->size() == 2);
-  EXPECT_EQ((*records)[1].objectAs<NYBServerResponse>()->code(), NYBDynamicValue(3));
+  EXPECT_EQ(as<NYBServerResponse>((*records)[1])->code(), NYBDynamicValue(3));
   // No root key: the whole answer is the record; an empty array is no error.
-  EXPECT_EQ(calls[1].result.objectAs<NYBBiometrics>()->recordID(), NYBDynamicValue("r-7"));
+  EXPECT_EQ(as<NYBBiometrics>(calls[1].result)->recordID(), NYBDynamicValue("r-7"));
   EXPECT_FALSE(calls[1].error);
   EXPECT_TRUE(calls[2].result.isAbsent());
   EXPECT_FALSE(calls[2].error);
@@ -256,9 +253,7 @@ TEST_F(APIClient, FailedExchangesArriveOnTheMainQueueExactlyOnce) {
   NYBRunLoop::main().runOnce();
   for (std::size_t i = 0; i < calls.size(); ++i) {
     SCOPED_TRACE(i);
-    EXPECT_EQ(calls[i].calls, 1);
-    EXPECT_TRUE(calls[i].onMainThread);
-    EXPECT_FALSE(calls[i].beforeReturn);
+    EXPECT_EQ(calls[i].how(), std::tuple(1, true, false));
     EXPECT_TRUE(calls[i].result.isAbsent());
     EXPECT_EQ(calls[i].error == nullptr, i == 1);  // 204: neither result nor error
   }
@@ -270,19 +265,6 @@ TEST_F(APIClient, FailedExchangesArriveOnTheMainQueueExactlyOnce) {
   }
   EXPECT_EQ(withToken, std::vector<std::string>{
                            "NYBRequest: Invalid status code: 422 client error\nResponse: " + echo});
-}
-
-TEST_F(APIClient, TheUserIsRequiredAndReadAfreshForEachRequest) {
-  EXPECT_THROW(NYBAPIClient missing(nullptr), NYBException);
-  EXPECT_THROW(NYBAPIClient(), NYBException);
-
-  client->setUser(std::make_shared<NYBUser>("u-2", "org-8", "other"));
-  Call call;
-  client->postRecord(biometrics("p"), call.completion());
-  ASSERT_TRUE(call.await());
-  ASSERT_EQ(server().requests().size(), 1u);
-  EXPECT_EQ(server().requests()[0].target, "/v1/organizations/org-8/users/u-2/biometrics.json");
-  EXPECT_EQ(*server().requests()[0].header("X-Nymbrel-Mobile-Token"), "other");
 }
 
 TEST(APIClientClass, URLBuildersRefuseWhatTheyCannotName) {
