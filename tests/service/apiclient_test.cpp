@@ -4,10 +4,12 @@
 #include "NymbrelCore/NYBAPIClient.h"
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBBiometrics.h"
+#include "NymbrelCore/NYBConstants.h"
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBJSONSerialization.h"
 #include "NymbrelCore/NYBMedia.h"
 #include "NymbrelCore/NYBRunLoop.h"
+#include "NymbrelCore/NYBServerResponse.h"
 #include "NymbrelCore/NYBURLSession.h"
 #include "NymbrelCore/NYBWeight.h"
 #include "support/LogCapture.h"
@@ -283,6 +285,50 @@ TEST(APIClientClass, URLBuildersRefuseWhatTheyCannotName) {
       biometrics("a", "r"), std::make_shared<NYBUser>("u", "o", NYBDynamicValue())));
   EXPECT_EQ(NYBAPIClient::JSONRootForRecordType(NYBRecordTypeNone), "");
   EXPECT_EQ(NYBAPIClient::JSONRootForRecordType(static_cast<NYBRecordType>(9)), std::nullopt);
+}
+
+// The "Invalid records" error lists every activity ID in order, an empty one and a missing one
+// included, so the list lines up with "errorRecords".
+TEST(ErrorRecords, EveryActivityIDTakesItsPlaceInTheDescription) {
+  auto responseFor = [](NYBDynamicValue activityID) {
+    auto response = std::make_shared<NYBServerResponse>();
+    response->setActivityID(std::move(activityID));
+    return response;
+  };
+  const std::pair<std::vector<std::shared_ptr<NYBServerResponse>>, std::string> cases[] = {
+      {{responseFor(""), responseFor("b")}, "Invalid records: , b"},
+      {{responseFor("a"), responseFor(""), responseFor("")}, "Invalid records: a, , "},
+      {{responseFor(NYBDynamicValue()), responseFor("c")}, "Invalid records: (null), c"},
+  };
+  for (const auto& [responses, description] : cases) {
+    auto error = NYBAPIClient::APIErrorWithErrorRecords(responses);
+    EXPECT_EQ(error->localizedDescription(), description);
+    EXPECT_EQ(error->code(), NYBAPIErrorInvalidRecords);
+    EXPECT_EQ(error->userInfo()["errorRecords"].array()->size(), responses.size());
+  }
+}
+
+// The base URL comes from the build or from the host's explicit call, never from the process's
+// environment, and plain http only reaches this machine.
+TEST(RequestBaseURL, BuildValueUntilTheHostSaysOtherwiseAndNeverClearTextOffThisMachine) {
+  const std::string before = kNYBRequestBaseURLString;
+  ::setenv("NYMBREL_BASE_URL", "http://attacker.example/v1", 1);
+  EXPECT_EQ(kNYBRequestBaseURLString.value(), before);
+  EXPECT_NE(before, "http://attacker.example/v1");
+
+  for (const char* accepted :
+       {"http://127.0.0.1:41873/v1", "http://127.8.9.10/v1", "http://localhost:8080/v1",
+        "http://[::1]:9/v1", "https://api.example.org/v1"}) {
+    EXPECT_NO_THROW(NYBSetRequestBaseURL(accepted)) << accepted;
+    EXPECT_EQ(std::string(kNYBRequestBaseURLString), accepted);
+  }
+  for (const char* refused : {"http://10.0.0.7/v1", "http://128.0.0.1/v1", "http://127.example/v1",
+                              "ftp://127.0.0.1/v1", "not a url", ""}) {
+    EXPECT_THROW(NYBSetRequestBaseURL(refused), NYBInvalidArgumentException) << refused;
+    EXPECT_EQ(kNYBRequestBaseURLString.value(), "https://api.example.org/v1") << refused;
+  }
+  ::unsetenv("NYMBREL_BASE_URL");
+  NYBSetRequestBaseURL(before);
 }
 
 }  // namespace

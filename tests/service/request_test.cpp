@@ -3,6 +3,7 @@
 
 #include <future>
 
+#include "NymbrelCore/NYBAPIClient.h"
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBRequest.h"
 #include "support/LogCapture.h"
@@ -50,36 +51,17 @@ std::shared_ptr<NYBImage> smallImage() {
   return std::make_shared<NYBImage>(3, 2, std::move(pixels));
 }
 
-// The request's own header fields, in the order they arrived.
+// The request's own header fields, "name: value" in the order they arrived.
 std::vector<std::string> ourHeaders(const test::RecordedRequest& request) {
   static const std::vector<std::string> ours = {"Accept", "Nymbrel-Version",
                                                 "X-Nymbrel-Mobile-Token", "Content-Type"};
-  std::vector<std::string> names;
+  std::vector<std::string> fields;
   for (const auto& name : request.headerNames()) {
-    if (std::find(ours.begin(), ours.end(), name) != ours.end()) names.push_back(name);
+    if (std::find(ours.begin(), ours.end(), name) != ours.end()) {
+      fields.push_back(name + ": " + *request.header(name));
+    }
   }
-  return names;
-}
-
-TEST(Request, QueryIsJoinedAsItReadsWithoutEncoding) {
-  const auto base = *NYBURL::URLWithString("https://host.test/v1/items");
-  EXPECT_EQ(NYBRequest::URLWithGETParameters(base, {{"zeta", "1"}, {"alpha", 2}, {"m", "a/b%20"}})
-                ->absoluteString(),
-            "https://host.test/v1/items?zeta=1&alpha=2&m=a/b%20");
-  // The base is not inspected (a second "?"); nothing gives a lone "?"; a
-  // blank makes the text unparsable.
-  EXPECT_EQ(
-      NYBRequest::URLWithGETParameters(*NYBURL::URLWithString("https://h/p?x=1"), {{"y", "2"}})
-          ->absoluteString(),
-      "https://h/p?x=1?y=2");
-  EXPECT_EQ(NYBRequest::URLWithGETParameters(base, {})->absoluteString(),
-            "https://host.test/v1/items?");
-  EXPECT_FALSE(NYBRequest::URLWithGETParameters(base, {{"q", "a b"}}));
-
-  NYBRequest merged;
-  merged.addParameters({{"a", 1}});
-  merged.addParameters({{"b", 2}, {"a", 3}});
-  EXPECT_EQ(*merged.parameters(), (NYBDictionary{{"a", 3}, {"b", 2}}));
+  return fields;
 }
 
 TEST(Request, JSONBodiesHeadersAndMethodsOnTheWire) {
@@ -102,23 +84,19 @@ TEST(Request, JSONBodiesHeadersAndMethodsOnTheWire) {
   ASSERT_EQ(sent.size(), 4u);
   EXPECT_EQ(sent[0].method, "POST");
   EXPECT_EQ(sent[0].body, R"({"name":"Ann \"A\"","n":3})");
+  const std::string accept = "Accept: application/json", version = "Nymbrel-Version: 2015-10-01",
+                    json = "Content-Type: application/json";
   EXPECT_EQ(ourHeaders(sent[0]),
-            (std::vector<std::string>{"Accept", "Nymbrel-Version", "X-Nymbrel-Mobile-Token",
-                                      "Content-Type"}));
-  EXPECT_EQ(*sent[0].header("Accept"), "application/json");
-  EXPECT_EQ(*sent[0].header("Nymbrel-Version"), "2015-10-01");
-  EXPECT_EQ(*sent[0].header("X-Nymbrel-Mobile-Token"), "tok-1");
-  EXPECT_EQ(*sent[0].header("Content-Type"), "application/json");
+            (std::vector<std::string>{accept, version, "X-Nymbrel-Mobile-Token: tok-1", json}));
 
   EXPECT_EQ(sent[1].method, "DELETE");
   EXPECT_EQ(sent[1].body, R"({"authentication_token":"tok-2"})");
-  EXPECT_EQ(ourHeaders(sent[1]),
-            (std::vector<std::string>{"Accept", "Nymbrel-Version", "Content-Type"}));
+  EXPECT_EQ(ourHeaders(sent[1]), (std::vector<std::string>{accept, version, json}));
 
   EXPECT_EQ(sent[2].method, "GET");
   EXPECT_EQ(sent[2].target, "/v1/things?b=2&a=x");
   EXPECT_TRUE(sent[2].body.empty());
-  EXPECT_FALSE(sent[2].header("Content-Type"));
+  EXPECT_EQ(ourHeaders(sent[2]), (std::vector<std::string>{accept, version}));
 
   EXPECT_EQ(sent[3].method, "GET");
   EXPECT_EQ(NYBRequest::HTTPMethodStringForMethod(static_cast<NYBHTTPMethod>(7)), std::nullopt);
@@ -147,9 +125,8 @@ TEST(Request, MultipartBodyByteForByte) {
                 png +
                 "\r\n"
                 "-----------------9a87987G98797--\r\n");
-  EXPECT_EQ(*sent[0].header("Content-Type"),
-            "multipart/form-data; boundary=---------------9a87987G98797");
-  EXPECT_EQ(ourHeaders(sent[0]).back(), "Content-Type");
+  EXPECT_EQ(ourHeaders(sent[0]).back(),
+            "Content-Type: multipart/form-data; boundary=---------------9a87987G98797");
   EXPECT_EQ(*NYBImage::imageWithData(NYBData(png)), *image);
   // A picture that cannot be encoded leaves the closing line alone.
   EXPECT_EQ(sent[1].body, "-----------------9a87987G98797--\r\n");
@@ -228,6 +205,29 @@ TEST(Request, RequestsThatCannotBeBuiltWhollyAreStillSent) {
   EXPECT_EQ(lines[0].rfind("Error serializing data:" + put->parameters()->description() + "\n", 0),
             0u);
   EXPECT_EQ(lines[1], "NYBRequest: No data returned: " + unsent.error->localizedDescription());
+}
+
+// What the log keeps of a long answer: its start, cut between characters, and its length,
+// whichever line shows it.
+TEST(AnswerLog, LongAnswersAreShortenedWhereverTheyAreLogged) {
+  LoopbackServer server;
+  test::LogCapture log;
+  // The cut at 1024 bytes would split the two bytes of the "é".
+  const std::string body = std::string(1023, 'a') + "\xc3\xa9" + std::string(9000, 'z');
+  const std::string shown = std::string(1023, 'a') + "... (10025 bytes)";
+  for (int status : {500, 200}) {
+    server.enqueue(ScriptedResponse::json(status, body));
+    send(*requestTo(server.baseURL() + "/v1/r", NYBHTTPMethodPOST));
+  }
+  NYBAPIClient::transformJSONObject(NYBDynamicValue(body), nullptr);
+
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0],
+            "NYBRequest: Invalid status code: 500 internal server error\nResponse: " + shown);
+  EXPECT_EQ(lines[1].rfind("NYBRequest: Error deserializing JSON: ", 0), 0u);
+  EXPECT_EQ(lines[1].substr(lines[1].find("\nResponse: ")), "\nResponse: " + shown);
+  EXPECT_EQ(lines[2], "Invalid JSON Object: " + shown);
 }
 
 }  // namespace
