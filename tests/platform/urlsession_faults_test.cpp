@@ -257,5 +257,32 @@ TEST(URLSession, TransportFailuresEndInOneCompletionWithAClearError) {
   EXPECT_EQ(codeOf(hanging.get()), NYBURLErrorCancelled);
 }
 
+// A request goes out from the thread that resumes it, even while the callback queue is held by
+// another exchange's completion; and it asks for no content coding that costs more than it saves
+// on small answers.
+TEST(URLSession, SendsFromTheCallerWhileTheCallbackQueueIsBusyAndAsksOnlyForGzip) {
+  LoopbackServer server;
+  server.setDefaultResponse(ScriptedResponse::json(200, "{}"));
+  auto session = NYBURLSession::sessionWithConfiguration({});
+  std::promise<void> entered, release;
+  auto released = release.get_future().share();
+  auto hold = [&](auto, auto, auto) {
+    entered.set_value();
+    released.wait_for(10s);
+  };
+  session->dataTaskWithRequest(requestFor(server.baseURL() + "/first"), hold)->resume();
+  ASSERT_EQ(entered.get_future().wait_for(10s), std::future_status::ready);
+  auto second = start(*session, requestFor(server.baseURL() + "/second"));
+  const bool sentWhileBusy = server.waitForRequests(2, 10s);
+  release.set_value();
+  EXPECT_TRUE(sentWhileBusy);
+  ASSERT_EQ(second.wait_for(10s), std::future_status::ready);
+  EXPECT_FALSE(second.get().error);
+  for (const auto& request : server.requests()) {
+    ASSERT_TRUE(request.header("Accept-Encoding"));
+    EXPECT_EQ(*request.header("Accept-Encoding"), "gzip");
+  }
+}
+
 }  // namespace
 }  // namespace nyb

@@ -1,12 +1,13 @@
-#include "NymbrelCore/NYBDateFormatter.h"
-
+// Date and number formatters: text in and out, by pattern, zone and locale.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <memory>
 #include <string>
 
+#include "NymbrelCore/NYBDateFormatter.h"
 #include "NymbrelCore/NYBException.h"
+#include "NymbrelCore/NYBNumberFormatter.h"
 #include "support/TimeZoneOverride.h"
 
 namespace nyb {
@@ -76,6 +77,23 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
   EXPECT_THROW(NYBDateFormatter::setDeviceTimeZone("Mars/Olympus_Mons"),
                NYBInvalidArgumentException);
   EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), before);
+}
+
+TEST(NYBNumberFormatterTest, FormatsAndParsesInTheLocalesStyle) {
+  NYBNumberFormatter formatter;
+  EXPECT_EQ(formatter.locale(), std::nullopt);
+  EXPECT_TRUE(formatter.stringFromNumber(1.5).has_value());  // the device's locale
+
+  formatter.setLocale("en_US");
+  EXPECT_EQ(formatter.stringFromNumber(1234.5), "1,234.5");
+  EXPECT_EQ(formatter.numberFromString("1,234.5"), 1234.5);
+  EXPECT_EQ(formatter.numberFromString("-98.6"), -98.6);
+  EXPECT_EQ(formatter.numberFromString("12abc"), std::nullopt);
+  EXPECT_EQ(formatter.numberFromString(""), std::nullopt);
+
+  formatter.setLocale("de_DE");
+  EXPECT_EQ(formatter.stringFromNumber(1234.5), "1.234,5");
+  EXPECT_EQ(formatter.numberFromString("1.234,5"), 1234.5);
 }
 
 }  // namespace
