@@ -206,20 +206,35 @@ TEST_F(APIClient, RefusedRecordsAreReportedAtOnceOnTheCallingThreadAndNothingIsS
   EXPECT_EQ(log.lines(), std::vector<std::string>{"NYBRequest: No data returned: unsupported URL"});
 }
 
-TEST_F(APIClient, AnErrorsArrayTravelsBesideTheResult) {
+// Which error each failure makes is proven with the request; here what reaches the completion,
+// once, on the main queue after the call returned, and that the token shows only in the
+// service's body.
+TEST_F(APIClient, AnswersAndFailuresArriveOnTheMainQueueExactlyOnce) {
   test::LogCapture log;
-  for (const char* answer : {
-           R"({"biometrics":{"_id":"r-5"},"errors":[{"activity_id":"x"},{"code":3},7]})",
-           R"({"_id":"r-7","errors":[]})",
-           R"({"biometrics":"not a record"})",
-       }) {
-    server().enqueue(ScriptedResponse::json(200, answer));
+  const std::string echo = std::string(R"({"echo":")") + kToken + "\"}";
+  const ScriptedResponse answers[] = {
+      ScriptedResponse::json(
+          200, R"({"biometrics":{"_id":"r-5"},"errors":[{"activity_id":"x"},{"code":3},7]})"),
+      ScriptedResponse::json(200, R"({"_id":"r-7","errors":[]})"),
+      ScriptedResponse::json(200, R"({"biometrics":"not a record"})"),
+      ScriptedResponse::json(422, echo),
+      ScriptedResponse::noContent(),
+      ScriptedResponse::garbage("\x01\x02 garbage\r\n\r\n"),
+  };
+  std::vector<Call> calls(std::size(answers));
+  for (std::size_t i = 0; i < calls.size(); ++i) {
+    server().enqueue(answers[i]);
+    client->postRecord(biometrics("f"), calls[i].completion());
+    calls[i].returned = true;
+    ASSERT_TRUE(calls[i].await());
   }
-  Call calls[3];
-  for (Call& call : calls) {
-    client->postRecord(biometrics("x"), call.completion());
-    ASSERT_TRUE(call.await());
-  }
+  // Whatever else is queued for the main thread runs now: no second calls.
+  Call barrier;
+  client->postRecord(biometrics("g"), barrier.completion());
+  ASSERT_TRUE(barrier.await());
+  NYBRunLoop::main().runOnce();
+  for (const Call& call : calls) EXPECT_EQ(call.how(), std::tuple(1, true, false));
+
   EXPECT_EQ(as<NYBBiometrics>(calls[0].result)->recordID(), NYBDynamicValue("r-5"));
   ASSERT_EQ(calls[0].failure(), Failure("NYBAPIErrorDomain", NYBAPIErrorInvalidRecords));
   // Non-objects are dropped.
@@ -228,43 +243,16 @@ TEST_F(APIClient, AnErrorsArrayTravelsBesideTheResult) {
   EXPECT_EQ(as<NYBServerResponse>((*records)[1])->code(), NYBDynamicValue(3));
   // No root key: the whole answer is the record; an empty array is no error.
   EXPECT_EQ(as<NYBBiometrics>(calls[1].result)->recordID(), NYBDynamicValue("r-7"));
-  EXPECT_FALSE(calls[1].error);
-  EXPECT_TRUE(calls[2].result.isAbsent());
-  EXPECT_FALSE(calls[2].error);
-  EXPECT_EQ(log.lines(), std::vector<std::string>{"Invalid JSON Object: not a record"});
-}
-
-// Which error each failure makes is proven with the request; here that a failure reaches the
-// main queue once, after the call returned, and that the token shows only in the service's body.
-TEST_F(APIClient, FailedExchangesArriveOnTheMainQueueExactlyOnce) {
-  test::LogCapture log;
-  const std::string echo = std::string(R"({"echo":")") + kToken + "\"}";
-  server().enqueue(ScriptedResponse::json(422, echo));
-  server().enqueue(ScriptedResponse::noContent());
-  server().enqueue(ScriptedResponse::garbage("\x01\x02 garbage\r\n\r\n"));
-  std::vector<Call> calls(3);
-  for (auto& call : calls) {
-    client->postRecord(biometrics("f"), call.completion());
-    call.returned = true;
-    ASSERT_TRUE(call.await());
-  }
-  // Whatever else is queued for the main thread runs now: no second calls.
-  Call barrier;
-  client->postRecord(biometrics("g"), barrier.completion());
-  ASSERT_TRUE(barrier.await());
-  NYBRunLoop::main().runOnce();
-  for (std::size_t i = 0; i < calls.size(); ++i) {
-    SCOPED_TRACE(i);
-    EXPECT_EQ(calls[i].how(), std::tuple(1, true, false));
-    EXPECT_TRUE(calls[i].result.isAbsent());
-    EXPECT_EQ(calls[i].error == nullptr, i == 1);  // 204: neither result nor error
-  }
-  EXPECT_EQ(calls[0].error->localizedDescription(), "422 client error");
-  EXPECT_EQ(calls[2].error->code(), NYBURLErrorBadServerResponse);
+  // A record that is no object, and a 204: neither result nor error.
+  for (int i : {1, 2, 4}) EXPECT_FALSE(calls[i].error) << i;
+  for (int i : {2, 3, 4, 5}) EXPECT_TRUE(calls[i].result.isAbsent()) << i;
+  EXPECT_EQ(calls[3].failure(), Failure("NYBHTTPErrorDomain", 422));
+  EXPECT_EQ(calls[5].failure(), Failure(kNYBURLErrorDomain, NYBURLErrorBadServerResponse));
   std::vector<std::string> withToken;
   for (const auto& line : log.lines()) {
     if (line.find(kToken) != std::string::npos) withToken.push_back(line);
   }
+  EXPECT_EQ(log.lines().at(0), "Invalid JSON Object: not a record");
   EXPECT_EQ(withToken, std::vector<std::string>{
                            "NYBRequest: Invalid status code: 422 client error\nResponse: " + echo});
 }
