@@ -1,16 +1,22 @@
-// Where the library keeps its files, with which modes, and atomic replacement.
+// What a host sets up or leaves at the default: where the library keeps its files (with which
+// modes, replaced atomically), the background-task delegate and the log sink.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 
+#include "NymbrelCore/NYBApplication.h"
 #include "NymbrelCore/NYBDocuments.h"
+#include "NymbrelCore/NYBPlatformLog.h"
 #include "platform/DurableFile.h"
+#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace nyb {
@@ -19,8 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 unsigned modeOf(const fs::path& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+  return static_cast<unsigned>(fs::status(path).permissions());
 }
 
 // Sets (or, with null, unsets) an environment variable for the scope.
@@ -93,6 +98,54 @@ TEST(DurableFile, ReplacesByRenameWithPrivateModeAndFailuresLeaveWhatWasThere) {
   EXPECT_TRUE(createPrivateDirectories(deep, error));  // already there
   EXPECT_FALSE(createPrivateDirectories(file / "below", error));
   EXPECT_FALSE(createPrivateDirectories(file, error));
+}
+
+TEST(BackgroundTasks, TheDelegateReceivesEveryCallButEndsOfTheInvalidTask) {
+  NYBApplication& application = NYBApplication::sharedApplication();
+  auto tasks = std::make_shared<NYBCountingBackgroundTaskDelegate>();
+  application.setBackgroundTaskDelegate(tasks);
+  const auto first = application.beginBackgroundTaskWithExpirationHandler(nullptr);
+  EXPECT_NE(first, application.beginBackgroundTaskWithExpirationHandler([] {}));
+  application.endBackgroundTask(first);
+  application.endBackgroundTask(first);                     // a second end of the same task
+  application.endBackgroundTask(NYBBackgroundTaskInvalid);  // "already ended": not a stray end
+  EXPECT_EQ(tasks->openTaskCount(), 1U);
+  EXPECT_EQ(tasks->beganTaskCount(), 2U);
+  EXPECT_EQ(tasks->strayEndCount(), 1U);
+
+  // Null puts a fresh counting delegate back.
+  application.setBackgroundTaskDelegate(nullptr);
+  auto fallback = std::dynamic_pointer_cast<NYBCountingBackgroundTaskDelegate>(
+      application.backgroundTaskDelegate());
+  ASSERT_NE(fallback, nullptr);
+  EXPECT_EQ(fallback->beganTaskCount(), 0U);
+}
+
+TEST(NYBPlatformLogTest, TheDefaultSinkWritesOneDatedLinePerMessageToStandardError) {
+  { test::LogCapture capture; }  // and restores the default on destruction
+  testing::internal::CaptureStderr();
+  NYBPlatformLog("first message");
+  NYBPlatformLog("second message\n");
+  const std::string written = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(written,
+              testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
+                                    "\\.[0-9]{3} platform_tests\\[[0-9]+:[0-9]+\\] "
+                                    "first message\n"
+                                    "[-0-9]{10} [:.0-9]{12} platform_tests\\[[0-9]+:[0-9]+\\] "
+                                    "second message\n"));
+
+  // A sink that logs does not deadlock: its own line goes to standard error.
+  std::vector<std::string> seen;
+  NYBSetPlatformLogSink([&](std::string_view line) {
+    seen.emplace_back(line);
+    NYBPlatformLog("from inside the sink");
+  });
+  testing::internal::CaptureStderr();
+  NYBPlatformLog("outer");
+  const std::string inner = testing::internal::GetCapturedStderr();
+  NYBSetPlatformLogSink(nullptr);
+  EXPECT_EQ(seen, std::vector<std::string>{"outer"});
+  EXPECT_THAT(inner, testing::HasSubstr("] from inside the sink\n"));
 }
 
 }  // namespace
