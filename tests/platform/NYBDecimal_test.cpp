@@ -11,6 +11,7 @@ namespace nyb {
 namespace {
 
 TEST(NYBDecimalTest, ReadsDecimalTextExactlyAndWritesItCanonically) {
+  const std::string fifty = "1." + std::string(48, '0') + "1";  // 50 digits, kept as is
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"37.0", "37"},
       {"-0.25", "-0.25"},
@@ -28,7 +29,13 @@ TEST(NYBDecimalTest, ReadsDecimalTextExactlyAndWritesItCanonically) {
       {"-2.50e60", "-2.5e+60"},
       {"1e-50", "0." + std::string(49, '0') + "1"},
       {"2.5e-51", "2.5e-51"},
-      {"1e-9999", "1e-9999"}};
+      {"1e-9999", "1e-9999"},
+      // Fifty significant digits, the rest rounded, carrying into a new leading digit.
+      {fifty, fifty},
+      {fifty + "4", fifty},
+      {fifty + "6", "1." + std::string(48, '0') + "2"},
+      {std::string(51, '9'), "1e+51"},
+      {"-0." + std::string(60, '9'), "-1"}};
   for (const auto& [text, canonical] : cases) {
     const NYBDecimal decimal = NYBDecimal::fromString(text);
     EXPECT_EQ(decimal.stringValue(), canonical) << text;
@@ -56,17 +63,7 @@ TEST(NYBDecimalTest, AnythingNotWhollyANumberIsNotANumber) {
     EXPECT_EQ(decimal, NYBDecimal::notANumber()) << text;
     EXPECT_EQ(decimal.hash(), NYBDecimal::notANumber().hash()) << text;
   }
-}
-
-TEST(NYBDecimalTest, KeepsFiftySignificantDigitsRoundingTheRest) {
-  const std::string fifty = "1." + std::string(48, '0') + "1";  // 50 digits, kept as is
-  EXPECT_EQ(NYBDecimal::fromString(fifty).stringValue(), fifty);
-  EXPECT_EQ(NYBDecimal::fromString(fifty + "4").stringValue(), fifty);
-  EXPECT_EQ(NYBDecimal::fromString(fifty + "6").stringValue(), "1." + std::string(48, '0') + "2");
-  // Rounding carries into a new leading digit...
-  EXPECT_EQ(NYBDecimal::fromString(std::string(51, '9')).stringValue(), "1e+51");
-  EXPECT_EQ(NYBDecimal::fromString("-0." + std::string(60, '9')).stringValue(), "-1");
-  // ...and out of the range.
+  // Rounding to fifty digits carries out of the range.
   EXPECT_TRUE(NYBDecimal::fromString("9." + std::string(50, '9') + "e9999").isNaN());
 }
 
