@@ -79,24 +79,21 @@ TEST(Request, JSONBodiesHeadersAndMethodsOnTheWire) {
   for (const NYBRequest* request : {&post, del.get(), get.get(), unnamed.get()}) send(*request);
 
   const auto sent = server.requests();
+  std::vector<std::string> exchanges;
+  for (const auto& request : sent) {
+    exchanges.push_back(request.method + " " + request.target + " " + request.body);
+  }
+  EXPECT_EQ(exchanges,
+            (std::vector<std::string>{R"(POST /v1/things {"name":"Ann \"A\"","n":3})",
+                                      R"(DELETE /v1/things {"authentication_token":"tok-2"})",
+                                      "GET /v1/things?b=2&a=x ", "GET /v1/things "}));
   ASSERT_EQ(sent.size(), 4u);
-  EXPECT_EQ(sent[0].method, "POST");
-  EXPECT_EQ(sent[0].body, R"({"name":"Ann \"A\"","n":3})");
   const std::string accept = "Accept: application/json", version = "Nymbrel-Version: 2015-10-01",
                     json = "Content-Type: application/json";
   EXPECT_EQ(ourHeaders(sent[0]),
             (std::vector<std::string>{accept, version, "X-Nymbrel-Mobile-Token: tok-1", json}));
-
-  EXPECT_EQ(sent[1].method, "DELETE");
-  EXPECT_EQ(sent[1].body, R"({"authentication_token":"tok-2"})");
   EXPECT_EQ(ourHeaders(sent[1]), (std::vector<std::string>{accept, version, json}));
-
-  EXPECT_EQ(sent[2].method, "GET");
-  EXPECT_EQ(sent[2].target, "/v1/things?b=2&a=x");
-  EXPECT_TRUE(sent[2].body.empty());
   EXPECT_EQ(ourHeaders(sent[2]), (std::vector<std::string>{accept, version}));
-
-  EXPECT_EQ(sent[3].method, "GET");
   EXPECT_EQ(NYBRequest::HTTPMethodStringForMethod(static_cast<NYBHTTPMethod>(7)), std::nullopt);
 }
 
@@ -125,7 +122,6 @@ TEST(Request, MultipartBodyByteForByte) {
                 "-----------------9a87987G98797--\r\n");
   EXPECT_EQ(ourHeaders(sent[0]).back(),
             "Content-Type: multipart/form-data; boundary=---------------9a87987G98797");
-  EXPECT_EQ(*NYBImage::imageWithData(NYBData(png)), *image);
   // A picture that cannot be encoded leaves the closing line alone.
   EXPECT_EQ(sent[1].body, "-----------------9a87987G98797--\r\n");
 }
