@@ -29,10 +29,10 @@ std::unique_ptr<NYBDateFormatter> makeFormatter(const std::string& pattern,
   return formatter;
 }
 
-// The record documents prove the date-time pattern itself; here what they do not reach.
+// The record documents prove the date-time pattern and the device's offset through the seasons;
+// here what they do not reach.
 TEST(NYBDateFormatterTest, ReadsOnlyWholeValidTextAndWritesOnlyExpressibleInstants) {
   const auto utc = makeFormatter(kDateTime, "UTC");
-  EXPECT_EQ(utc->dateFromString("2016-03-01T19:35:09+05:30"), NYBDate(kMarch2016));
   const auto millis = makeFormatter("yyyy-MM-dd HH:mm:ss.SSS", "UTC");
   EXPECT_EQ(millis->dateFromString("2016-03-01 14:05:09.250"), NYBDate(kMarch2016 + 0.25));
   EXPECT_EQ(millis->stringFromDate(NYBDate(-86400.5)), "1969-12-30 23:59:59.500");
@@ -58,11 +58,7 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
   const auto fixed = makeFormatter("xxx", "Asia/Tokyo");
   const std::string before = NYBDateFormatter::deviceTimeZoneID();
   {
-    test::TimeZoneOverride zone("America/New_York");
-    EXPECT_EQ(offset->stringFromDate(NYBDate(1467381909)), "-04:00");  // July: summer time
-    EXPECT_EQ(makeFormatter(kDateTime, std::nullopt)->stringFromDate(NYBDate(kMarch2016)),
-              "2016-03-01T09:05:09-05:00");
-    NYBDateFormatter::setDeviceTimeZone("Asia/Kolkata");
+    test::TimeZoneOverride zone("Asia/Kolkata");
     EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "+05:30");
     EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+09:00");
     // A formatter that gives up its own zone follows the device from then on.
