@@ -258,21 +258,15 @@ TEST_F(APIClient, AnswersAndFailuresArriveOnTheMainQueueExactlyOnce) {
 }
 
 TEST(APIClientClass, URLBuildersRefuseWhatTheyCannotName) {
-  const std::string base = server().baseURL() + "/v1/organizations/";
-  auto user = std::make_shared<NYBUser>("u", "o", "t");
   auto noOrg = std::make_shared<NYBUser>("u", NYBDynamicValue(), "t");
-  EXPECT_EQ(NYBAPIClient::urlForRecordType(NYBRecordTypeIntraDay, user)->absoluteString(),
-            base + "o/users/u/intraday.json");
   EXPECT_FALSE(NYBAPIClient::urlForRecordType(NYBRecordTypeSleep, noOrg));
   // With a record ID only the user itself is needed, not its fields.
   EXPECT_EQ(
       NYBAPIClient::urlForRecordTypeRecordID(NYBRecordTypeSleep, "9", noOrg)->absoluteString(),
-      base + "(null)/users/u/sleep/9.json");
-  EXPECT_FALSE(NYBAPIClient::urlForRecordTypeRecordID(NYBRecordTypeSleep, "9", nullptr));
+      server().baseURL() + "/v1/organizations/(null)/users/u/sleep/9.json");
   EXPECT_FALSE(NYBAPIClient::urlForImageUploadRecord(
       biometrics("a", "r"), std::make_shared<NYBUser>("u", "o", NYBDynamicValue())));
   EXPECT_EQ(NYBAPIClient::JSONRootForRecordType(NYBRecordTypeNone), "");
-  EXPECT_EQ(NYBAPIClient::JSONRootForRecordType(static_cast<NYBRecordType>(9)), std::nullopt);
 }
 
 // The "Invalid records" error lists every activity ID in order, an empty one and a missing one
