@@ -36,14 +36,10 @@ NYBURLRequest requestFor(const std::string& url, std::string method = "GET",
 // the test program: every test here also proves "exactly one completion".
 std::future<Result> start(NYBURLSession& session, NYBURLRequest request) {
   auto done = std::make_shared<std::promise<Result>>();
-  session
-      .dataTaskWithRequest(
-          std::move(request),
-          [done](std::optional<NYBData> d, std::shared_ptr<const NYBHTTPURLResponse> r,
-                 std::shared_ptr<NYBError> e) {
-            done->set_value({std::move(d), std::move(r), std::move(e), std::this_thread::get_id()});
-          })
-      ->resume();
+  auto complete = [done](auto d, auto r, auto e) {
+    done->set_value({std::move(d), std::move(r), std::move(e), std::this_thread::get_id()});
+  };
+  session.dataTaskWithRequest(std::move(request), complete)->resume();
   return done->get_future();
 }
 
@@ -120,11 +116,10 @@ TEST(URLSessionFaults, RedirectsAreNotFollowedAnywhere) {
 
 TEST(URLSessionFaults, AnswersAreBoundedInSizeAndTime) {
   LoopbackServer server;
-  NYBURLSessionConfiguration small;
-  small.maximumResponseBodyBytes = 4096;
-  small.maximumResponseHeaderBytes = 4096;
-  small.timeoutIntervalForResource = 1.0;  // the no-progress time-out stays at sixty seconds
-  auto session = NYBURLSession::sessionWithConfiguration(small);
+  // The no-progress time-out stays at sixty seconds.
+  auto session = NYBURLSession::sessionWithConfiguration({.timeoutIntervalForResource = 1.0,
+                                                          .maximumResponseBodyBytes = 4096,
+                                                          .maximumResponseHeaderBytes = 4096});
 
   // 64 KiB of zeros in 96 bytes of gzip.
   const std::string bomb =
@@ -205,15 +200,10 @@ TEST(URLSession, SendsRequestsAsBuiltWithNothingSlippedIn) {
 
 TEST(URLSession, TransportFailuresEndInOneCompletionWithAClearError) {
   LoopbackServer server;
-  NYBURLSessionConfiguration quick;
-  quick.timeoutIntervalForRequest = 1.0;  // the test seam: one second instead of sixty
-  auto session = NYBURLSession::sessionWithConfiguration(quick);
+  // The test seam: one second without progress instead of sixty.
+  auto session = NYBURLSession::sessionWithConfiguration({.timeoutIntervalForRequest = 1.0});
   const std::string secret = server.baseURL() + "/private?authentication_token=SECRET";
-  int closedPort = 0;
-  {
-    LoopbackServer gone;
-    closedPort = gone.port();
-  }
+  const int closedPort = LoopbackServer().port();  // closed again at once
   struct Case {
     std::optional<ScriptedResponse> script;
     NYBURLRequest request;

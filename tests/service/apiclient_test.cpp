@@ -122,11 +122,9 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
       {[&](auto c) { client->postMultipleRecords(both, c); },
        R"({"biometrics":[{"_id":"r-1"},"skipped",{"_id":"r-2"}]})", "POST",
        users + "biometrics.json"},
-      {[&](auto c) { client->uploadImage(nullptr, stored, c); }, R"({"media":{"id":"m-2"}})",
-       "POST", media},
   };
-  Call calls[7];
-  for (int i = 0; i < 7; ++i) {
+  Call calls[6];
+  for (int i = 0; i < 6; ++i) {
     server().enqueue(ScriptedResponse::json(200, rows[i].answer));
     rows[i].operation(calls[i].completion());
     calls[i].returned = true;
@@ -135,8 +133,8 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
     EXPECT_FALSE(calls[i].error);
   }
   const auto sent = server().requests();
-  ASSERT_EQ(sent.size(), 7u);
-  for (int i = 0; i < 7; ++i) {
+  ASSERT_EQ(sent.size(), 6u);
+  for (int i = 0; i < 6; ++i) {
     EXPECT_EQ(sent[i].method, rows[i].method);
     EXPECT_EQ(sent[i].target, rows[i].target);
     EXPECT_EQ(*sent[i].header("X-Nymbrel-Mobile-Token"), kToken);
@@ -149,9 +147,6 @@ TEST_F(APIClient, EachOperationSendsItsMethodPathAndBodyAndReadsItsResult) {
   EXPECT_NE(sent[4].body.find(image->PNGRepresentation()->view()), std::string::npos);
   EXPECT_EQ(parse(sent[5].body),
             wrapped("biometrics", NYBArray{stored->JSONObject(), fresh->JSONObject()}));
-  // No image: the token parameter goes out as a JSON body.
-  EXPECT_EQ(*sent[6].header("Content-Type"), "application/json");
-  EXPECT_EQ(parse(sent[6].body), NYBDynamicValue(NYBDictionary{{"authentication_token", kToken}}));
 
   EXPECT_EQ(as<NYBBiometrics>(calls[0].result)->recordID(), NYBDynamicValue("r-9"));
   EXPECT_EQ(as<NYBBiometrics>(calls[0].result)->restingHeartrate(), NYBDynamicValue(62));
