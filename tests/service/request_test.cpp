@@ -26,8 +26,7 @@ struct Answer {
 // completion would satisfy the promise twice, which ends the test program.
 Answer send(const NYBRequest& request) {
   auto done = std::make_shared<std::promise<Answer>>();
-  request.sendWithCompletion([done](NYBDynamicValue o, std::shared_ptr<const NYBHTTPURLResponse> r,
-                                    std::shared_ptr<NYBError> e) {
+  request.sendWithCompletion([done](auto o, auto r, auto e) {
     done->set_value({std::move(o), std::move(r), std::move(e)});
   });
   auto future = done->get_future();
