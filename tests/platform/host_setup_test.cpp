@@ -58,7 +58,6 @@ TEST(Documents, TheDefaultFollowsTheDataHomeAndIsMadePrivateOnFirstUse) {
   NYBDocuments::setDocumentsDirectory(documents.string());
   EXPECT_EQ(NYBDocuments::documentsDirectory(), documents.string());
   EXPECT_EQ(modeOf(documents), 0700U);
-  EXPECT_EQ(modeOf(temp.path() / "app"), 0700U);
   // Without a host setting, the default location again.
   NYBDocuments::setDocumentsDirectory("");
   EXPECT_EQ(NYBDocuments::documentsDirectory(), local);
