@@ -80,6 +80,7 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
 
 TEST(NYBNumberFormatterTest, FormatsAndParsesInTheLocalesStyle) {
   NYBNumberFormatter formatter;
+  EXPECT_EQ(formatter.locale(), std::nullopt);
   EXPECT_TRUE(formatter.stringFromNumber(1.5).has_value());  // the device's locale
 
   formatter.setLocale("en_US");
