@@ -58,14 +58,15 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
   const auto fixed = makeFormatter("xxx", "Asia/Tokyo");
   const std::string before = NYBDateFormatter::deviceTimeZoneID();
   {
-    test::TimeZoneOverride zone("Asia/Kolkata");
+    test::TimeZoneOverride zone("America/New_York");
+    EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "-05:00");
+    NYBDateFormatter::setDeviceTimeZone("Asia/Kolkata");  // a formatter in use follows a change
     EXPECT_EQ(offset->stringFromDate(NYBDate(kMarch2016)), "+05:30");
     EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+09:00");
     // A formatter that gives up its own zone follows the device from then on.
     fixed->setTimeZone(std::nullopt);
     EXPECT_EQ(fixed->stringFromDate(NYBDate(kMarch2016)), "+05:30");
   }
-  EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), before);
 
   // The locale names the months; an unknown zone is refused and changes nothing.
   const auto french = makeFormatter("d MMMM yyyy", "Europe/Paris", "fr_FR");
@@ -75,7 +76,7 @@ TEST(NYBDateFormatterTest, FormattersWithoutAZoneFollowTheDeviceZone) {
   EXPECT_EQ(french->timeZone(), "Europe/Paris");
   EXPECT_THROW(NYBDateFormatter::setDeviceTimeZone("Mars/Olympus_Mons"),
                NYBInvalidArgumentException);
-  EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), before);
+  EXPECT_EQ(NYBDateFormatter::deviceTimeZoneID(), before);  // the override put it back, too
 }
 
 TEST(NYBNumberFormatterTest, FormatsAndParsesInTheLocalesStyle) {
