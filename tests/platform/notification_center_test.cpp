@@ -1,11 +1,10 @@
-// Who receives a notification, in which order, and changes during a delivery.
+// Who receives a notification, in which order, and changes during a delivery; a scoped observer
+// removes its registration when destroyed, even after its centre is gone.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "NymbrelCore/NYBNotificationCenter.h"
@@ -14,11 +13,13 @@
 namespace nyb {
 namespace {
 
+using Calls = std::vector<std::string>;
+
 TEST(NotificationCenter, MatchesByNameAndSenderInRegistrationOrderOnThePostingThread) {
   NYBNotificationCenter center;
   auto sender = std::make_shared<test::TestAddress>();
   auto other = std::make_shared<test::TestAddress>();  // equal values, another object
-  std::vector<std::string> calls;
+  Calls calls;
   const NYBDictionary info{{"error", "boom"}};
   auto add = [&](std::optional<std::string> name, NYBDynamicValue object, std::string tag) {
     center.addObserverForName(name, object, [&, tag](const NYBNotification& n) {
@@ -35,34 +36,32 @@ TEST(NotificationCenter, MatchesByNameAndSenderInRegistrationOrderOnThePostingTh
   add("changed", other, "other");
   add("changed", "label", "label");
   add("other name", {}, "other name");
+  auto post = [&](auto&&... arguments) {
+    calls.clear();
+    center.postNotificationName(arguments...);
+    return calls;
+  };
 
   // Delivered before the post returns, in registration order; an equal but
   // distinct object does not match an object filter.
-  center.postNotificationName("changed", sender, info);
-  EXPECT_EQ(calls, (std::vector<std::string>{"sender", "any sender", "everything"}));
-  calls.clear();
-  center.postNotificationName("changed", "label");
-  EXPECT_EQ(calls, (std::vector<std::string>{"any sender", "everything", "label"}));
-  calls.clear();
-  center.postNotification(NYBNotification("unrelated"));
-  EXPECT_EQ(calls, (std::vector<std::string>{"everything"}));
+  EXPECT_EQ(post("changed", sender, info), (Calls{"sender", "any sender", "everything"}));
+  EXPECT_EQ(post("changed", "label"), (Calls{"any sender", "everything", "label"}));
+  EXPECT_EQ(post("unrelated"), (Calls{"everything"}));
 
   // An object filter does not keep its object alive, and a new object never
   // matches the filter of one that went, even at the same address.
   std::weak_ptr<test::TestAddress> watched = sender;
   sender.reset();
   EXPECT_TRUE(watched.expired());
-  calls.clear();
   for (int i = 0; i < 8; ++i) {
-    center.postNotificationName("changed", std::make_shared<test::TestAddress>());
+    EXPECT_EQ(post("changed", std::make_shared<test::TestAddress>()),
+              (Calls{"any sender", "everything"}));
   }
-  EXPECT_EQ(std::count(calls.begin(), calls.end(), "sender"), 0);
-  EXPECT_EQ(calls.size(), 16u);  // "any sender" and "everything" each time
 }
 
 TEST(NotificationCenter, RemovalAndRegistrationDuringADelivery) {
   NYBNotificationCenter center;
-  std::vector<std::string> calls;
+  Calls calls;
   NYBNotificationToken second, self;
   bool addedLate = false;
   center.addObserverForName("tick", {}, [&](const NYBNotification&) {
@@ -81,35 +80,39 @@ TEST(NotificationCenter, RemovalAndRegistrationDuringADelivery) {
     center.removeObserver(self);
   });
 
-  center.postNotificationName("tick");
-  center.postNotificationName("tick");
-  EXPECT_EQ(calls, (std::vector<std::string>{"first", "self", "first", "late"}));
+  for (int i = 0; i < 2; ++i) center.postNotificationName("tick");
+  EXPECT_EQ(calls, (Calls{"first", "self", "first", "late"}));
   // Removing twice, or an empty token, does nothing.
   center.removeObserver(second);
   center.removeObserver(NYBNotificationToken());
   EXPECT_EQ(center.observerCount(), 2U);
 }
 
-TEST(NotificationCenter, PostsFromManyThreadsWhileObserversComeAndGo) {
+TEST(ScopedObserver, RegistrationEndsWithTheObjectAndSurvivesItsCentre) {
   NYBNotificationCenter center;
-  std::atomic<int> steady{0};
-  center.addObserverForName("load", {}, [&](const NYBNotification&) { ++steady; });
-  std::atomic<bool> done{false};
-  std::thread churn([&] {
-    while (!done)
-      center.removeObserver(center.addObserverForName("load", {}, [](const NYBNotification&) {}));
-  });
-  std::vector<std::thread> posters;
-  for (int t = 0; t < 4; ++t) {
-    posters.emplace_back([&] {
-      for (int i = 0; i < 500; ++i) center.postNotificationName("load");
-    });
+  int calls = 0;
+  {
+    NYBScopedObserver first =
+        center.addScopedObserverForName("ping", {}, [&](const NYBNotification&) { ++calls; });
+    center.postNotificationName("ping");
+    NYBScopedObserver moved = std::move(first);
+    EXPECT_FALSE(first.isActive());
+    EXPECT_TRUE(moved.isActive());
+    center.postNotificationName("ping");
+    EXPECT_EQ(center.observerCount(), 1U);
   }
-  for (auto& poster : posters) poster.join();
-  done = true;
-  churn.join();
-  EXPECT_EQ(steady.load(), 2000);
-  EXPECT_EQ(center.observerCount(), 1U);
+  center.postNotificationName("ping");
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(center.observerCount(), 0U);
+
+  NYBScopedObserver outliving;
+  {
+    auto shortLived = std::make_unique<NYBNotificationCenter>();
+    outliving = shortLived->addScopedObserverForName({}, {}, [&](const NYBNotification&) {});
+    EXPECT_EQ(shortLived->observerCount(), 1U);
+  }
+  outliving.reset();
+  EXPECT_FALSE(outliving.isActive());
 }
 
 }  // namespace

@@ -36,14 +36,10 @@ NYBURLRequest requestFor(const std::string& url, std::string method = "GET",
 // the test program: every test here also proves "exactly one completion".
 std::future<Result> start(NYBURLSession& session, NYBURLRequest request) {
   auto done = std::make_shared<std::promise<Result>>();
-  session
-      .dataTaskWithRequest(
-          std::move(request),
-          [done](std::optional<NYBData> d, std::shared_ptr<const NYBHTTPURLResponse> r,
-                 std::shared_ptr<NYBError> e) {
-            done->set_value({std::move(d), std::move(r), std::move(e), std::this_thread::get_id()});
-          })
-      ->resume();
+  auto complete = [done](auto d, auto r, auto e) {
+    done->set_value({std::move(d), std::move(r), std::move(e), std::this_thread::get_id()});
+  };
+  session.dataTaskWithRequest(std::move(request), complete)->resume();
   return done->get_future();
 }
 
@@ -120,11 +116,10 @@ TEST(URLSessionFaults, RedirectsAreNotFollowedAnywhere) {
 
 TEST(URLSessionFaults, AnswersAreBoundedInSizeAndTime) {
   LoopbackServer server;
-  NYBURLSessionConfiguration small;
-  small.maximumResponseBodyBytes = 4096;
-  small.maximumResponseHeaderBytes = 4096;
-  small.timeoutIntervalForResource = 1.0;  // the no-progress time-out stays at sixty seconds
-  auto session = NYBURLSession::sessionWithConfiguration(small);
+  // The no-progress time-out stays at sixty seconds.
+  auto session = NYBURLSession::sessionWithConfiguration({.timeoutIntervalForResource = 1.0,
+                                                          .maximumResponseBodyBytes = 4096,
+                                                          .maximumResponseHeaderBytes = 4096});
 
   // 64 KiB of zeros in 96 bytes of gzip.
   const std::string bomb =
@@ -205,15 +200,10 @@ TEST(URLSession, SendsRequestsAsBuiltWithNothingSlippedIn) {
 
 TEST(URLSession, TransportFailuresEndInOneCompletionWithAClearError) {
   LoopbackServer server;
-  NYBURLSessionConfiguration quick;
-  quick.timeoutIntervalForRequest = 1.0;  // the test seam: one second instead of sixty
-  auto session = NYBURLSession::sessionWithConfiguration(quick);
+  // The test seam: one second without progress instead of sixty.
+  auto session = NYBURLSession::sessionWithConfiguration({.timeoutIntervalForRequest = 1.0});
   const std::string secret = server.baseURL() + "/private?authentication_token=SECRET";
-  int closedPort = 0;
-  {
-    LoopbackServer gone;
-    closedPort = gone.port();
-  }
+  const int closedPort = LoopbackServer().port();  // closed again at once
   struct Case {
     std::optional<ScriptedResponse> script;
     NYBURLRequest request;
@@ -255,6 +245,33 @@ TEST(URLSession, TransportFailuresEndInOneCompletionWithAClearError) {
   session.reset();
   ASSERT_EQ(hanging.wait_for(0s), std::future_status::ready);
   EXPECT_EQ(codeOf(hanging.get()), NYBURLErrorCancelled);
+}
+
+// A request goes out from the thread that resumes it, even while the callback queue is held by
+// another exchange's completion; and it asks for no content coding that costs more than it saves
+// on small answers.
+TEST(URLSession, SendsFromTheCallerWhileTheCallbackQueueIsBusyAndAsksOnlyForGzip) {
+  LoopbackServer server;
+  server.setDefaultResponse(ScriptedResponse::json(200, "{}"));
+  auto session = NYBURLSession::sessionWithConfiguration({});
+  std::promise<void> entered, release;
+  auto released = release.get_future().share();
+  auto hold = [&](auto, auto, auto) {
+    entered.set_value();
+    released.wait_for(10s);
+  };
+  session->dataTaskWithRequest(requestFor(server.baseURL() + "/first"), hold)->resume();
+  ASSERT_EQ(entered.get_future().wait_for(10s), std::future_status::ready);
+  auto second = start(*session, requestFor(server.baseURL() + "/second"));
+  const bool sentWhileBusy = server.waitForRequests(2, 10s);
+  release.set_value();
+  EXPECT_TRUE(sentWhileBusy);
+  ASSERT_EQ(second.wait_for(10s), std::future_status::ready);
+  EXPECT_FALSE(second.get().error);
+  for (const auto& request : server.requests()) {
+    ASSERT_TRUE(request.header("Accept-Encoding"));
+    EXPECT_EQ(*request.header("Accept-Encoding"), "gzip");
+  }
 }
 
 }  // namespace
