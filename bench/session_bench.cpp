@@ -11,6 +11,9 @@
 // - DrainQueue/N: the main thread's share of sending a backlog of N records,
 //   per record (take the head, remove it, snapshot for the save), read
 //   against DrainQueue/1000: draining is linear when the figure stays flat.
+// - DrainPhotoMap/N: the same with a photo mapped to every queued record, so
+//   that each step also drops the head's mapping; read against
+//   DrainPhotoMap/1000 likewise.
 // - QueueMemory/N: the peak resident memory that loading an archive of N
 //   records, reading its head and saving it again adds, beside the archive's
 //   size (peak_ratio = peak / archive).
@@ -223,13 +226,19 @@ BENCHMARK(MsgpackUnpack)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(5);
 
-void DrainQueue(benchmark::State& state) {
+// Takes the head, removes it (and its photo's mapping) and snapshots for the
+// save, until the queue is empty.
+void drainBacklog(benchmark::State& state, bool withPhotos) {
   for (auto _ : state) {
     state.PauseTiming();
     auto data = std::make_shared<NYBSessionData>();
-    data->addRecords(records(state.range(0)));
+    for (const auto& record : records(state.range(0))) {
+      data->addRecord(record);
+      if (withPhotos) data->addImageFilename(record, std::to_string(record->hash()) + ".png");
+    }
     state.ResumeTiming();
     while (auto head = data->peekNextRecord()) {
+      if (withPhotos) data->removeImageFilename(head);
       data->removeNextRecordIfMatch(head);
       benchmark::DoNotOptimize(data->snapshot());
     }
@@ -238,7 +247,17 @@ void DrainQueue(benchmark::State& state) {
       static_cast<double>(state.range(0)) * 1e-6,
       benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
+
+void DrainQueue(benchmark::State& state) { drainBacklog(state, false); }
 BENCHMARK(DrainQueue)
+    ->Arg(1000)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+
+void DrainPhotoMap(benchmark::State& state) { drainBacklog(state, true); }
+BENCHMARK(DrainPhotoMap)
     ->Arg(1000)
     ->Arg(10'000)
     ->Arg(100'000)

@@ -21,6 +21,7 @@
 #include "platform/DurableFile.h"
 #include "platform/Log.h"
 #include "platform/SealedFile.h"
+#include "session/PhotoMap.h"
 #include "session/RecordQueue.h"
 
 namespace nyb {
@@ -33,10 +34,12 @@ const NYBDictionary& dictionaryOf(const NYBDynamicValue& value) {
   return dictionary != nullptr ? *dictionary : empty;
 }
 
+using session::PhotoMap;
 using session::QueuedElement;
 using session::RecordQueue;
 
 constexpr std::string_view kRecordsKey = "records";
+constexpr std::string_view kImageFilenamesKey = "imageFilenames";
 
 // A file name that stays inside its directory.
 bool isPlainFileName(std::string_view name) {
@@ -54,7 +57,8 @@ const NYBModelClass& NYBSessionData::staticClass() {
        NYBPropertyTable::of<NYBSessionData>()
            .computed(std::string(kRecordsKey), &NYBSessionData::recordsValue,
                      &NYBSessionData::setRecords)
-           .field("imageFilenames", &NYBSessionData::imageFilenames_)
+           .computed("imageFilenames", &NYBSessionData::imageFilenamesValue,
+                     &NYBSessionData::setImageFilenames)
            .field("user", &NYBSessionData::user_)
            .field("queryDates", &NYBSessionData::queryDates_)
            .field("anchors", &NYBSessionData::anchors_)
@@ -73,7 +77,7 @@ NYBSessionData::NYBSessionData() : NYBSessionData(nullptr) {}
 
 NYBSessionData::NYBSessionData(std::shared_ptr<NYBUser> user)
     : queue_(std::make_unique<RecordQueue>()),
-      imageFilenames_(NYBDictionary()),
+      photos_(std::make_unique<PhotoMap>()),
       queryDates_(NYBDictionary()),
       anchors_(NYBDictionary()),
       bluetoothPeripheralData_(NYBDictionary()) {
@@ -88,9 +92,14 @@ std::shared_ptr<NYBSessionData> NYBSessionData::snapshot() const {
   copy->queueStale_ = queueStale_;
   copy->records_ = records_;
   copy->recordsCached_ = recordsCached_;
-  // Every property but the queue, as the model base copies them.
+  *copy->photos_ = *photos_;
+  copy->imageFilenames_ = imageFilenames_;
+  copy->imageFilenamesCached_ = imageFilenamesCached_;
+  // Every other property, as the model base copies them.
   for (const NYBPropertyInfo* info : classObject().allProperties()) {
-    if (info->name != kRecordsKey) info->fieldStore(*copy, info->getter(*this));
+    if (info->name != kRecordsKey && info->name != kImageFilenamesKey) {
+      info->fieldStore(*copy, info->getter(*this));
+    }
   }
   return copy;
 }
@@ -250,6 +259,21 @@ bool NYBSessionData::hasRecords() const {
 
 // MARK: - Photos
 
+const NYBDynamicValue& NYBSessionData::imageFilenames() const {
+  if (!imageFilenamesCached_) {
+    imageFilenames_ = photos_->dictionary();
+    imageFilenamesCached_ = true;
+  }
+  return imageFilenames_;
+}
+
+void NYBSessionData::setImageFilenames(NYBDynamicValue imageFilenames) {
+  const NYBDictionary* dictionary = imageFilenames.dictionary();
+  *photos_ = dictionary != nullptr ? PhotoMap(*dictionary) : PhotoMap();
+  imageFilenames_ = std::move(imageFilenames);
+  imageFilenamesCached_ = true;
+}
+
 void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record,
                                const std::shared_ptr<const NYBImage>& image) {
   if (!record || !image) return;
@@ -265,7 +289,7 @@ void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record,
   }
 }
 
-bool NYBSessionData::hasImages() const { return !dictionaryOf(imageFilenames_).empty(); }
+bool NYBSessionData::hasImages() const { return !photos_->empty(); }
 
 bool NYBSessionData::hasImageForRecord(const std::shared_ptr<NYBRecord>& record) const {
   return imageFilenameForRecord(record).has_value();
@@ -279,11 +303,13 @@ std::shared_ptr<NYBImage> NYBSessionData::imageForRecord(
 }
 
 std::shared_ptr<NYBRecord> NYBSessionData::findNextImageRecordWithRecordID() const {
-  for (const auto& [key, name] : dictionaryOf(imageFilenames_)) {
+  std::shared_ptr<NYBRecord> found;
+  photos_->forEachWhile([&](const NYBDynamicValue& key, const NYBDynamicValue&) {
     auto record = key.objectAs<NYBRecord>();
-    if (record && record->recordID().isPresent()) return record;
-  }
-  return nullptr;
+    if (record && record->recordID().isPresent()) found = std::move(record);
+    return !found;
+  });
+  return found;
 }
 
 void NYBSessionData::removeImageForRecord(const std::shared_ptr<NYBRecord>& record) {
@@ -297,14 +323,10 @@ void NYBSessionData::removeImageForRecord(const std::shared_ptr<NYBRecord>& reco
 }
 
 void NYBSessionData::eraseImageFiles(const std::vector<std::string>& names) {
-  std::unordered_set<std::string> named;
-  for (const auto& [record, name] : dictionaryOf(imageFilenames_)) {
-    if (name.isString()) named.emplace(name.stringView());
-  }
   const std::unordered_set<std::string> erased(names.begin(), names.end());
   for (const std::string& name : erased) {
     const std::optional<std::string> path = pathForImageName(name);
-    if (!path || named.count(name) != 0) continue;
+    if (!path || photos_->names(name)) continue;
     if (::unlink(path->c_str()) != 0) {
       log("NYBSessionData: Unable to erase image file. Detail: {}",
           std::error_code(errno, std::generic_category()).message());
@@ -316,9 +338,10 @@ void NYBSessionData::eraseImageFiles(const std::vector<std::string>& names) {
 
 void NYBSessionData::removeOrphanImageFiles() const {
   std::unordered_set<std::string> named;
-  for (const auto& [record, name] : dictionaryOf(imageFilenames_)) {
+  photos_->forEachWhile([&](const NYBDynamicValue&, const NYBDynamicValue& name) {
     if (name.isString()) named.emplace(name.stringView());
-  }
+    return true;
+  });
   std::error_code error;
   std::filesystem::directory_iterator entries(imageDirectory(), error);
   if (error) return;
@@ -342,7 +365,7 @@ void NYBSessionData::replaceImageRecord(const std::shared_ptr<NYBRecord>& oldRec
 std::optional<std::string> NYBSessionData::imageFilenameForRecord(
     const std::shared_ptr<NYBRecord>& record) const {
   if (!record) return std::nullopt;
-  const NYBDynamicValue* name = dictionaryOf(imageFilenames_).find(NYBDynamicValue(record));
+  const NYBDynamicValue* name = photos_->find(NYBDynamicValue(record));
   if (name == nullptr) return std::nullopt;
   return name->string();
 }
@@ -361,19 +384,16 @@ std::optional<std::string> NYBSessionData::pathForImageName(
 void NYBSessionData::addImageFilename(const std::shared_ptr<NYBRecord>& record,
                                       const std::optional<std::string>& filename) {
   if (!record || !filename || filename->empty()) return;
-  NYBDictionary map = dictionaryOf(imageFilenames_);
   // The key is a copy, as a dictionary copies its keys: a record changed
   // after it was queued no longer finds the photo, and no one can change a
   // key under the map.
-  map.set(record->copy(), *filename);
-  setImageFilenames(std::move(map));
+  photos_->set(record->copy(), *filename);
+  changedPhotos();
 }
 
 void NYBSessionData::removeImageFilename(const std::shared_ptr<NYBRecord>& record) {
   if (!record) return;
-  NYBDictionary map = dictionaryOf(imageFilenames_);
-  if (!map.remove(NYBDynamicValue(record))) return;
-  setImageFilenames(std::move(map));
+  if (photos_->remove(NYBDynamicValue(record))) changedPhotos();
 }
 
 std::string NYBSessionData::imageDirectory() const {

@@ -60,8 +60,9 @@
 namespace nyb {
 
 namespace session {
+class PhotoMap;
 class RecordQueue;
-}
+}  // namespace session
 
 class NYB_EXPORT NYBSessionData : public NYBModel {
   NYB_DECLARE_MODEL(NYBSessionData, NYBModelClass)
@@ -168,10 +169,8 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
   const NYBDynamicValue& records() const;
   void setRecords(NYBDynamicValue records);
   // A dictionary: record to file name.
-  const NYBDynamicValue& imageFilenames() const { return imageFilenames_; }
-  void setImageFilenames(NYBDynamicValue imageFilenames) {
-    imageFilenames_ = std::move(imageFilenames);
-  }
+  const NYBDynamicValue& imageFilenames() const;
+  void setImageFilenames(NYBDynamicValue imageFilenames);
   // An NYBUser.
   const NYBDynamicValue& user() const { return user_; }
   void setUser(NYBDynamicValue user) { user_ = std::move(user); }
@@ -205,6 +204,8 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
 
  private:
   NYBDynamicValue recordsValue() const { return records(); }
+  NYBDynamicValue imageFilenamesValue() const { return imageFilenames(); }
+  void changedPhotos() { imageFilenamesCached_ = false; }
   void changedQueue() { recordsCached_ = false; }
   // The queue, made from records_ first when an array was set.
   session::RecordQueue& queue() const;
@@ -215,7 +216,11 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
   mutable bool recordsCached_ = false;
   mutable bool queueStale_ = false;
   mutable std::size_t damagedRecords_ = 0;
-  NYBDynamicValue imageFilenames_;
+  std::unique_ptr<session::PhotoMap> photos_;
+  // imageFilenames() as last made; a value that is not a dictionary, when one
+  // was set.
+  mutable NYBDynamicValue imageFilenames_;
+  mutable bool imageFilenamesCached_ = false;
   NYBDynamicValue user_;
   NYBDynamicValue queryDates_;
   NYBDynamicValue anchors_;
