@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -104,15 +103,12 @@ class NotificationLog {
     for (std::string_view name :
          {kNYBRecordSubmittedNotification, kNYBRecordSubmissionFailedNotification,
           kNYBRecordImageSubmittedNotification, kNYBRecordImageSubmissionFailedNotification}) {
-      tokens_.push_back(NYBNotificationCenter::defaultCenter().addObserverForName(
-          std::string(name), NYBDynamicValue(), [this](const NYBNotification& notification) {
+      observers_.push_back(NYBNotificationCenter::defaultCenter().addScopedObserverForName(
+          std::string(name), {}, [this](const NYBNotification& notification) {
             posted.push_back({notification.name(), notification.object(), notification.userInfo()});
             if (onPost) onPost(posted.back());
           }));
     }
-  }
-  ~NotificationLog() {
-    for (const auto& token : tokens_) NYBNotificationCenter::defaultCenter().removeObserver(token);
   }
 
   std::vector<Posted> named(std::string_view name) const {
@@ -127,7 +123,7 @@ class NotificationLog {
   std::function<void(const Posted&)> onPost;
 
  private:
-  std::vector<NYBNotificationToken> tokens_;
+  std::vector<NYBScopedObserver> observers_;
 };
 
 // Each notification as "<kind> <recordID, else activityID>".
