@@ -8,14 +8,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "NymbrelCore/NYBApplication.h"
@@ -65,6 +65,10 @@ inline ScriptedResponse acceptedWeight(const std::string& id, const std::string&
       201, R"({"weight":{"_id":")" + id + R"(","activity_id":")" + activity + R"("}})");
 }
 
+inline ScriptedResponse acceptedPhoto() {
+  return ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})");
+}
+
 inline ScriptedResponse refused(int status) {
   return ScriptedResponse::json(
       status, R"({"errors":[{"code":)" + std::to_string(status) + R"(,"message":"refused"}]})");
@@ -85,6 +89,18 @@ inline std::string bytesOf(const std::filesystem::path& path) {
 inline std::shared_ptr<NYBSessionData> archived(const std::filesystem::path& documents) {
   return NYBKeyedUnarchiver::unarchiveObjectWithData(NYBData(bytesOf(documents / "sessionData")))
       .objectAs<NYBSessionData>();
+}
+
+// The damaged archives kept aside in a documents directory, oldest first.
+inline std::vector<std::filesystem::path> damagedArchivesIn(
+    const std::filesystem::path& documents) {
+  std::vector<std::filesystem::path> kept;
+  for (const auto& entry : std::filesystem::directory_iterator(documents)) {
+    if (entry.path().filename().string().rfind("sessionData.damaged-", 0) == 0)
+      kept.push_back(entry.path());
+  }
+  std::sort(kept.begin(), kept.end());
+  return kept;
 }
 
 struct Posted {
@@ -143,30 +159,21 @@ inline std::vector<std::string> outcomes(const NotificationLog& notes) {
 }
 
 // Holds the archive write queue until released, so that a write is surely
-// in progress while the test saves again. The blocked block shares its state,
-// as it may still be waking when the gate goes.
+// in progress while the test saves again. The blocked block holds its own
+// share of the gate's state, as it may still be waking when the gate goes.
 class WriteQueueGate {
  public:
   WriteQueueGate() {
-    session::archiveWriteQueue().async([state = state_] {
-      std::unique_lock lock(state->mutex);
-      state->opened.wait(lock, [&] { return state->open; });
-    });
+    session::archiveWriteQueue().async([opened = opened_.get_future().share()] { opened.wait(); });
   }
   ~WriteQueueGate() { release(); }
   void release() {
-    std::lock_guard lock(state_->mutex);
-    state_->open = true;
-    state_->opened.notify_all();
+    if (!std::exchange(released_, true)) opened_.set_value();
   }
 
  private:
-  struct State {
-    std::mutex mutex;
-    std::condition_variable opened;
-    bool open = false;
-  };
-  std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::promise<void> opened_;
+  bool released_ = false;
 };
 
 // A fresh documents directory, a fake reachability source and a counting

@@ -64,7 +64,7 @@ TEST_F(Encryption, NothingReachesTheDiskInTheClearAndThePhotoIsUploadedAfterARes
   }
   server().reset();
   server().enqueue(acceptedWeight("id-1", "reading-4711"));
-  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().enqueue(acceptedPhoto());
   restart();
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 2; }));
   EXPECT_EQ(outcomes(notes), (std::vector<std::string>{"submitted id-1", "photo id-1"}));
@@ -104,10 +104,7 @@ TEST_F(Encryption, AnArchiveThatDoesNotOpenIsRefusedAndKept) {
     }));
     session->startSessionWithUser(testUser());
     settle();
-    std::vector<fs::path> kept = filesUnder(documents.path());
-    std::erase_if(kept, [](const fs::path& file) {
-      return file.filename().string().rfind("sessionData.damaged-", 0) != 0;
-    });
+    const auto kept = damagedArchivesIn(documents.path());
     ASSERT_EQ(kept.size(), 1U);
     EXPECT_EQ(bytesOf(kept[0]), bytes);
     NYBSessionKey::setKey(keyOf(1));
@@ -128,8 +125,7 @@ TEST_F(Encryption, APhotoInAnotherPhotosPlaceIsRefusedAndKept) {
   server().reset();
   server().enqueue(acceptedWeight("id-1", "a"));
   server().enqueue(acceptedWeight("id-2", "b"));
-  server().setDefaultResponse(
-      ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().setDefaultResponse(acceptedPhoto());
   restart();
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 4; }));
   const auto failed = notes.named(kNYBRecordImageSubmissionFailedNotification);

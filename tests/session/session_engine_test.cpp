@@ -1,7 +1,7 @@
 // The upload engine against a real HTTP server on 127.0.0.1: which call each
 // record gets, one request at a time, what each kind of answer does to the
-// queue, photos after their records, ending and restarting a session,
-// start-up from an earlier archive, and the media URL with the user's token.
+// queue, photos after their records, ending and restarting a session, and
+// the media URL with the user's token.
 #include <filesystem>
 
 #include "NymbrelCore/NYBMedia.h"
@@ -102,9 +102,9 @@ TEST_F(SessionEngine, PhotosFollowTheRecordsAnUnreadableOneIsDroppedAFailedOneWa
   for (const char* id : {"p1", "plain", "gone", "later"}) {
     server().enqueue(acceptedWeight(std::string("id-") + id, id));
   }
-  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().enqueue(acceptedPhoto());
   server().enqueue(ScriptedResponse::json(503, "{}"));  // the photo of "later", kept
-  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m","url":"http://m/m.png"}})"));
+  server().enqueue(acceptedPhoto());
 
   session->submitRecord(weight("p1"), photo(10));
   session->submitRecord(weight("plain"));

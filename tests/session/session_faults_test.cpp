@@ -19,10 +19,6 @@ namespace {
 
 using SessionFaults = SessionTest;
 
-ScriptedResponse acceptedPhoto() {
-  return ScriptedResponse::json(201, R"({"media":{"id":"m","url":"http://m/m.png"}})");
-}
-
 TEST_F(SessionFaults, WhatIsInFlightWhenTheSessionChangesNeverReachesTheNextSession) {
   struct Case {
     const char* name;

@@ -73,7 +73,7 @@ TEST_F(SessionPersistence, TheWriteArchivesTheStateOfTheSaveAndTheQueueKeepsItsO
 TEST_F(SessionPersistence, MediaOfAnUploadedPhotoNeverChangeWhatAWriteIsReading) {
   makeSession()->startSessionWithUser(testUser());
   server().enqueue(acceptedWeight("id-1", "pic"));
-  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().enqueue(acceptedPhoto());
   session->submitRecord(weight("pic"), photo(5));
   ASSERT_TRUE(runUntil([&] { return !notes.posted.empty(); }));
   // The upload is in flight; its answer waits for the main thread.
