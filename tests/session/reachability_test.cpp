@@ -1,6 +1,6 @@
-// The reachability monitor over a fake source: its targets, its two status rules and the flag
-// log line, change notifications through the run loop. A real route coming and
-// going is proven end to end.
+// The reachability monitor over a fake source: its targets, its two status rules, the flag
+// log line and change notifications through the run loop. A real route coming and going is
+// proven end to end.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -39,7 +39,7 @@ class Reachability : public ::testing::Test {
   std::shared_ptr<NYBFakeReachabilitySource> fake = std::make_shared<NYBFakeReachabilitySource>(R);
 };
 
-TEST_F(Reachability, FactoriesAskForTheirTargetsAndEachMonitorJudgesByItsOwnRule) {
+TEST_F(Reachability, FactoriesTargetsStatusRulesAndChangeNotifications) {
   auto internet = NYBReachability::reachabilityForInternetConnection();
   auto wifi = NYBReachability::reachabilityForLocalWiFi();
   auto host = NYBReachability::reachabilityWithHostName("api.example.com");
@@ -94,24 +94,7 @@ TEST_F(Reachability, FactoriesAskForTheirTargetsAndEachMonitorJudgesByItsOwnRule
                              "Reachability Flag Status: -R -c----- networkStatusForFlags\n",
                          }));
 
-  // Unreadable flags: not reachable, no connection required, nothing logged.
-  fake->setFlagsReadable(false);
-  log.clear();
-  EXPECT_EQ(internet->currentReachabilityStatus(), NYBNotReachable);
-  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBNotReachable);
-  EXPECT_FALSE(internet->connectionRequired());
-  EXPECT_TRUE(log.lines().empty());
-
-  // No target, no monitor; the local Wi-Fi monitor included.
-  fake->setFailsCreation(true);
-  EXPECT_EQ(NYBReachability::reachabilityForInternetConnection(), nullptr);
-  EXPECT_EQ(NYBReachability::reachabilityForLocalWiFi(), nullptr);
-  EXPECT_EQ(NYBReachability::reachabilityWithHostName("api.example.com"), nullptr);
-}
-
-TEST_F(Reachability, ChangesArePostedOnTheRunLoopThatStartedTheNotifier) {
-  auto monitor = NYBReachability::reachabilityForInternetConnection();
-  auto other = NYBReachability::reachabilityForLocalWiFi();
+  // Changes are posted on the run loop that started the notifier.
   std::vector<const NYBObject*> changes;
   bool userInfoEmpty = true;
   const auto observer = NYBNotificationCenter::defaultCenter().addScopedObserverForName(
@@ -119,7 +102,7 @@ TEST_F(Reachability, ChangesArePostedOnTheRunLoopThatStartedTheNotifier) {
         changes.push_back(n.object().object().get());
         userInfoEmpty = userInfoEmpty && n.userInfo().empty();
       });
-  ASSERT_TRUE(monitor->startNotifier());
+  ASSERT_TRUE(internet->startNotifier());
   EXPECT_EQ(fake->scheduledTargetCount(), 1U);
 
   fake->setFlags(0);
@@ -127,7 +110,7 @@ TEST_F(Reachability, ChangesArePostedOnTheRunLoopThatStartedTheNotifier) {
   ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return !changes.empty(); }, 10s));
   NYBRunLoop::main().runOnce();
   ASSERT_EQ(changes.size(), 1U);
-  EXPECT_EQ(changes[0], monitor.get());  // the monitor itself, not a copy
+  EXPECT_EQ(changes[0], internet.get());  // the monitor itself, not a copy
   EXPECT_TRUE(userInfoEmpty);
 
   // Each change is announced, whatever the new flags.
@@ -135,30 +118,44 @@ TEST_F(Reachability, ChangesArePostedOnTheRunLoopThatStartedTheNotifier) {
   ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return changes.size() == 2; }, 10s));
 
   // Stopped, then started again.
-  monitor->stopNotifier();
+  internet->stopNotifier();
   EXPECT_EQ(fake->scheduledTargetCount(), 0U);
   fake->setFlags(R | d);
   NYBRunLoop::main().runOnce();
   EXPECT_EQ(changes.size(), 2U);
-  ASSERT_TRUE(monitor->startNotifier());
+  ASSERT_TRUE(internet->startNotifier());
   fake->setFlags(R);
   ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return changes.size() == 3; }, 10s));
 
   // A change signalled just before the monitor goes is never delivered: the
   // monitor stops its notifier before it releases its target.
   fake->setFlags(0);
-  monitor.reset();
-  EXPECT_EQ(fake->liveTargetCount(), 1U);  // a monitor releases its target when it goes
+  internet.reset();
+  EXPECT_EQ(fake->liveTargetCount(), 2U);
   NYBRunLoop::main().runOnce();
   EXPECT_EQ(changes.size(), 3U);
 
   // A target that refuses the callback or the run loop: no start.
   fake->setFailsSettingCallback(true);
-  EXPECT_FALSE(other->startNotifier());
+  EXPECT_FALSE(wifi->startNotifier());
   fake->setFailsSettingCallback(false);
   fake->setFailsScheduling(true);
-  EXPECT_FALSE(other->startNotifier());
+  EXPECT_FALSE(wifi->startNotifier());
   EXPECT_EQ(fake->scheduledTargetCount(), 0U);
+
+  // Unreadable flags: not reachable, no connection required, nothing logged.
+  fake->setFlagsReadable(false);
+  log.clear();
+  EXPECT_EQ(host->currentReachabilityStatus(), NYBNotReachable);
+  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBNotReachable);
+  EXPECT_FALSE(host->connectionRequired());
+  EXPECT_TRUE(log.lines().empty());
+
+  // No target, no monitor; the local Wi-Fi monitor included.
+  fake->setFailsCreation(true);
+  EXPECT_EQ(NYBReachability::reachabilityForInternetConnection(), nullptr);
+  EXPECT_EQ(NYBReachability::reachabilityForLocalWiFi(), nullptr);
+  EXPECT_EQ(NYBReachability::reachabilityWithHostName("api.example.com"), nullptr);
 }
 
 }  // namespace

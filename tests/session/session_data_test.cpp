@@ -38,7 +38,7 @@ TEST_F(SessionData, QueueIsFirstInFirstOutAndRemovesOnlyAMatchingHead) {
   EXPECT_EQ(before.array()->size(), 2U) << "changed under its holder";
 }
 
-TEST_F(SessionData, APhotoIsWrittenAsAPrivatePNGNamedAfterTheRecordOrTheRecordGoesWithout) {
+TEST_F(SessionData, APhotoIsAPrivateFileNamedAfterTheRecordAndEachFailureIsLogged) {
   LogCapture log;
   // No image directory yet, then an image with no pixels: neither is written.
   data->addRecord(weight("early"), photo(1));
@@ -71,12 +71,24 @@ TEST_F(SessionData, APhotoIsWrittenAsAPrivatePNGNamedAfterTheRecordOrTheRecordGo
   r->setComment("changed");
   EXPECT_EQ(data->imageForRecord(r), nullptr);
 
-  // Emptying the directory keeps it and the map.
-  fs::create_directory(imageDirectory() / "leftover");
-  std::ofstream(imageDirectory() / "leftover" / "x") << "x";
-  data->eraseImageDirectoryContents();
-  EXPECT_TRUE(fs::is_directory(imageDirectory()) && fs::is_empty(imageDirectory()));
-  EXPECT_TRUE(data->hasImageForRecord(weight("photo")));
+  // Nothing to move (none accepted yet): nothing is added. The hand-over to an
+  // accepted record and the deletion after the next save are proven through the session.
+  EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);
+  data->replaceImageRecord(weight("never queued"), weight("stray"));
+  data->replaceImageRecord(nullptr, r);
+  EXPECT_EQ(data->imageFilenames().dictionary()->size(), 1U);
+
+  // A photo file gone from disk: no image, and the mapping still goes, logged once.
+  fs::remove(file);
+  EXPECT_EQ(data->imageForRecord(weight("photo")), nullptr);
+  log.clear();
+  data->removeImageForRecord(weight("photo"));
+  data->removeImageForRecord(weight("photo"));  // no mapping any more: no file to delete, no log
+  data->eraseImageFiles(data->deferredImageDeletions());
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{
+                             "NYBSessionData: Unable to erase image file. Detail: No such file "
+                             "or directory"}));
+  EXPECT_FALSE(data->hasImages());
 
   // A file where the documents directory should be: the directory cannot be made.
   fs::remove_all(imageDirectory());
@@ -88,29 +100,6 @@ TEST_F(SessionData, APhotoIsWrittenAsAPrivatePNGNamedAfterTheRecordOrTheRecordGo
                              "NYBSessionData: Unable to create directory for images to upload. "
                              "Detail: Not a directory"}));
   data->eraseImageDirectoryContents();  // nothing to list: nothing happens
-}
-
-// The hand-over to the accepted record and the deletion after the next save are proven
-// through the session; here a hand-over with nothing to move and a photo file gone from disk.
-TEST_F(SessionData, NothingToMoveAddsNothingAndAMissingFileStillLosesItsMapping) {
-  data->verifyImageDirectory();
-  auto queued = weight("run");
-  data->addRecord(queued, photo(2));
-  EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);  // none accepted yet
-  data->replaceImageRecord(weight("never queued"), weight("stray"));
-  data->replaceImageRecord(nullptr, queued);
-  EXPECT_EQ(data->imageFilenames().dictionary()->size(), 1U);
-
-  fs::remove(imageDirectory() / fileNameOf(queued));
-  EXPECT_EQ(data->imageForRecord(queued), nullptr);
-  LogCapture log;
-  data->removeImageForRecord(queued);
-  data->removeImageForRecord(queued);  // no mapping any more: no file to delete, no log
-  data->eraseImageFiles(data->deferredImageDeletions());
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                             "NYBSessionData: Unable to erase image file. Detail: No such file "
-                             "or directory"}));
-  EXPECT_FALSE(data->hasImages());
 }
 
 TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
