@@ -5,6 +5,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -22,6 +23,7 @@
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDocuments.h"
 #include "NymbrelCore/NYBFakeReachabilitySource.h"
+#include "NymbrelCore/NYBKeyedArchiver.h"
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "NymbrelCore/NYBNotificationCenter.h"
 #include "NymbrelCore/NYBRoutine.h"
@@ -29,11 +31,14 @@
 #include "NymbrelCore/NYBSession.h"
 #include "NymbrelCore/NYBWeight.h"
 #include "session/SessionInternal.h"
+#include "session/SessionTesting.h"
+#include "support/LogCapture.h"
 #include "support/LoopbackServer.h"
 #include "support/TempDir.h"
 
 namespace nyb::test {
 
+namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 inline LoopbackServer& server() { return LoopbackServer::shared(); }
@@ -80,22 +85,21 @@ inline std::string activityIn(const std::string& body) {
   return body.substr(at, body.find('"', at) - at);
 }
 
-inline std::string bytesOf(const std::filesystem::path& path) {
+inline std::string bytesOf(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 // The session data the archive in a documents directory holds now.
-inline std::shared_ptr<NYBSessionData> archived(const std::filesystem::path& documents) {
+inline std::shared_ptr<NYBSessionData> archived(const fs::path& documents) {
   return NYBKeyedUnarchiver::unarchiveObjectWithData(NYBData(bytesOf(documents / "sessionData")))
       .objectAs<NYBSessionData>();
 }
 
 // The damaged archives kept aside in a documents directory, oldest first.
-inline std::vector<std::filesystem::path> damagedArchivesIn(
-    const std::filesystem::path& documents) {
-  std::vector<std::filesystem::path> kept;
-  for (const auto& entry : std::filesystem::directory_iterator(documents)) {
+inline std::vector<fs::path> damagedArchivesIn(const fs::path& documents) {
+  std::vector<fs::path> kept;
+  for (const auto& entry : fs::directory_iterator(documents)) {
     if (entry.path().filename().string().rfind("sessionData.damaged-", 0) == 0)
       kept.push_back(entry.path());
   }

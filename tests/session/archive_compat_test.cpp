@@ -48,8 +48,8 @@ std::shared_ptr<NYBSessionData> pastSession() {
 }
 
 TEST_F(SessionTest, AnArchiveOfAnEarlierReleaseLoadsWithEveryRecordAndTheUser) {
-  const auto source = std::filesystem::path(NYB_TEST_SOURCE_DIR) / "data/sessionData-v1";
-  std::filesystem::copy_file(source, documents.path() / "sessionData");
+  const auto source = fs::path(NYB_TEST_SOURCE_DIR) / "data/sessionData-v1";
+  fs::copy_file(source, documents.path() / "sessionData");
   const auto loaded = makeSession()->sessionData();
   ASSERT_NE(loaded, nullptr);
   const auto expected = pastSession();

@@ -1,19 +1,14 @@
 // What the archive promises when things go wrong: a save racing the end of a
 // write is never lost, a failed write is reported, a damaged archive is kept
 // for recovery rather than written over or deleted.
-#include <sys/stat.h>
 
 #include <random>
 #include <thread>
 
 #include "session/SessionTestSupport.h"
-#include "session/SessionTesting.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 using ArchiveIntegrity = SessionTest;
 

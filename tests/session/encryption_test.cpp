@@ -1,16 +1,12 @@
 // The session's files under a key: nothing of a record, a photo or the token
 // reaches the disk in the clear; a file that does not open is refused and
 // kept; a plain session moves under a key; a key can be replaced.
-#include <filesystem>
 
 #include "NymbrelCore/NYBSessionKey.h"
 #include "session/SessionTestSupport.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 std::vector<std::uint8_t> keyOf(std::uint8_t seed) { return std::vector<std::uint8_t>(32, seed); }
 

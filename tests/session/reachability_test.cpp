@@ -2,24 +2,13 @@
 // log line and change notifications through the run loop. A real route coming and going is
 // proven end to end.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 
-#include <chrono>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "NymbrelCore/NYBFakeReachabilitySource.h"
-#include "NymbrelCore/NYBNotificationCenter.h"
 #include "NymbrelCore/NYBReachability.h"
-#include "NymbrelCore/NYBRunLoop.h"
-#include "support/LogCapture.h"
+#include "session/SessionTestSupport.h"
 
-namespace nyb {
+namespace nyb::test {
 namespace {
-
-using namespace std::chrono_literals;
 
 constexpr NYBReachabilityFlags t = kNYBReachabilityFlagsTransientConnection;
 constexpr NYBReachabilityFlags R = kNYBReachabilityFlagsReachable;
@@ -81,7 +70,7 @@ TEST_F(Reachability, FactoriesTargetsStatusRulesAndChangeNotifications) {
   }
 
   // Every status query logs the flags.
-  test::LogCapture log;
+  LogCapture log;
   internet->networkStatusForFlags(W | R | t | c | C | i | D | l | d);
   wifi->localWiFiStatusForFlags(0);
   PrintReachabilityFlags(t | l, "custom");
@@ -159,4 +148,4 @@ TEST_F(Reachability, FactoriesTargetsStatusRulesAndChangeNotifications) {
 }
 
 }  // namespace
-}  // namespace nyb
+}  // namespace nyb::test

@@ -1,22 +1,13 @@
 // The upload queue's storage: snapshots that share it never see a later
 // change, a save joins the bytes kept for each record into the same archive,
 // and the check at load rejects exactly the archives a full decode rejects.
-#include <gtest/gtest.h>
-
 #include <random>
-#include <string>
-#include <vector>
 
-#include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBException.h"
-#include "NymbrelCore/NYBKeyedArchiver.h"
-#include "NymbrelCore/NYBKeyedUnarchiver.h"
-#include "NymbrelCore/NYBSessionData.h"
-#include "NymbrelCore/NYBWeight.h"
 #include "model/ArchiveElements.h"
-#include "support/LogCapture.h"
+#include "session/SessionTestSupport.h"
 
-namespace nyb {
+namespace nyb::test {
 namespace {
 
 std::shared_ptr<NYBWeight> weighing(int index) {
@@ -132,7 +123,7 @@ TEST(RecordQueue, ARecordThatFailsToDecodeLeavesTheQueueLoggedAndCounted) {
   // An invalid format byte, then a good record (its bytes live in `good`,
   // which outlives the queue here).
   auto bytes = std::make_shared<const NYBData>(std::vector<std::uint8_t>{0xc1});
-  test::LogCapture log;
+  LogCapture log;
   data.setEncodedRecords(bytes, {bytes->view(), good.view()});
   EXPECT_TRUE(data.hasRecords());
   ASSERT_NE(data.peekNextRecord(), nullptr);
@@ -145,4 +136,4 @@ TEST(RecordQueue, ARecordThatFailsToDecodeLeavesTheQueueLoggedAndCounted) {
 }
 
 }  // namespace
-}  // namespace nyb
+}  // namespace nyb::test

@@ -1,17 +1,11 @@
 // The session data store: the upload queue, the photo map and its files in a
 // real documents directory. Its archive is proven by the queue and archive tests.
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
 
 #include "session/SessionTestSupport.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
 
-namespace fs = std::filesystem;
 using Queue = std::vector<std::string>;
 
 class SessionData : public SessionFixture {

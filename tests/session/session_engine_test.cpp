@@ -2,17 +2,12 @@
 // record gets, one request at a time, what each kind of answer does to the
 // queue, photos after their records, ending and restarting a session, and
 // the media URL with the user's token.
-#include <filesystem>
 
 #include "NymbrelCore/NYBMedia.h"
 #include "session/SessionTestSupport.h"
-#include "session/SessionTesting.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 std::size_t filesIn(const fs::path& directory) {
   return static_cast<std::size_t>(

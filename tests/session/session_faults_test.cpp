@@ -4,12 +4,9 @@
 // the program ends while the archive is being written.
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <thread>
 
-#include "NymbrelCore/NYBKeyedArchiver.h"
 #include "session/SessionTestSupport.h"
-#include "session/SessionTesting.h"
 #include "support/RunProgram.h"
 
 extern char** environ;
@@ -176,7 +173,7 @@ TEST_F(SessionFaults, AWriteUnderWayWhenTheProgramEndsIsFinished) {
     makeSession()->startSessionWithUser(nullptr);  // no user: nothing is sent
     session->waitForArchiveWrites();
     session->submitRecords(std::vector<std::shared_ptr<NYBRecord>>(kRecords, weight("x")));
-    std::filesystem::remove_all(documents.path());  // the child's own, unused
+    fs::remove_all(documents.path());  // the child's own, unused
     std::exit(session->writeInProgress() ? 0 : 3);
   }
   std::vector<std::string> environment{"NYB_EXIT_DURING_WRITE=" + documents.path().string()};

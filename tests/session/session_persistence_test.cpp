@@ -1,17 +1,11 @@
 // The archive: saves during a write fold into one more write, what is written
 // is the state at the moment of the save (never read from the live objects by
 // the write queue), the file's permissions, and an archive of no session.
-#include <fstream>
 
-#include "NymbrelCore/NYBKeyedArchiver.h"
 #include "session/SessionTestSupport.h"
-#include "session/SessionTesting.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 using SessionPersistence = SessionTest;
 
