@@ -107,6 +107,16 @@ inline std::vector<fs::path> damagedArchivesIn(const fs::path& documents) {
   return kept;
 }
 
+// The queue's activity IDs, head first.
+inline std::vector<std::string> queueOf(const std::shared_ptr<NYBSessionData>& data) {
+  std::vector<std::string> ids;
+  if (!data) return ids;
+  for (const NYBDynamicValue& each : *data->records().array()) {
+    ids.push_back(each.objectAs<NYBRecord>()->activityID().description());
+  }
+  return ids;
+}
+
 struct Posted {
   std::string name;
   NYBDynamicValue object;
@@ -217,16 +227,6 @@ class SessionFixture : public ::testing::Test {
   void settle() {
     EXPECT_TRUE(runUntil([&] { return !session->processingRecord(); }));
     EXPECT_TRUE(session->waitForArchiveWrites());
-  }
-
-  // The queue's activity IDs, head first.
-  static std::vector<std::string> queueOf(const std::shared_ptr<NYBSessionData>& data) {
-    std::vector<std::string> ids;
-    if (!data) return ids;
-    for (const NYBDynamicValue& each : *data->records().array()) {
-      ids.push_back(each.objectAs<NYBRecord>()->activityID().description());
-    }
-    return ids;
   }
 
   TempDir documents;

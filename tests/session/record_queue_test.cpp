@@ -11,19 +11,7 @@ namespace nyb::test {
 namespace {
 
 std::shared_ptr<NYBWeight> weighing(int index) {
-  auto record = std::make_shared<NYBWeight>();
-  record->setActivityID("w-" + std::to_string(index));
-  record->setTimestamp(NYBDate(1'500'000'000 + index));
-  record->setWeight(60.25 + index);
-  return record;
-}
-
-std::vector<std::string> activities(const NYBSessionData& data) {
-  std::vector<std::string> ids;
-  for (const NYBDynamicValue& each : *data.records().array()) {
-    ids.emplace_back(each.objectAs<NYBRecord>()->activityID().stringView());
-  }
-  return ids;
+  return weight(("w-" + std::to_string(index)).c_str(), 60.25 + index);
 }
 
 std::vector<std::string> range(int from, int to) {
@@ -44,9 +32,9 @@ TEST(RecordQueue, SnapshotsKeepWhatTheyHeldWhileTheQueueChangesAcrossChunks) {
   for (int i = 530; i < 700; ++i) data.removeNextRecordIfMatch(weighing(i));
   data.addRecord(weighing(700));
 
-  EXPECT_EQ(activities(*before), range(0, 600));
-  EXPECT_EQ(activities(*middle), range(530, 700));
-  EXPECT_EQ(activities(data), range(700, 701));
+  EXPECT_EQ(queueOf(before), range(0, 600));
+  EXPECT_EQ(queueOf(middle), range(530, 700));
+  EXPECT_EQ(queueOf(data.snapshot()), range(700, 701));
   EXPECT_TRUE(middle->isEqual(*middle->copy()));
 }
 
@@ -128,7 +116,7 @@ TEST(RecordQueue, ARecordThatFailsToDecodeLeavesTheQueueLoggedAndCounted) {
   EXPECT_TRUE(data.hasRecords());
   ASSERT_NE(data.peekNextRecord(), nullptr);
   EXPECT_EQ(data.peekNextRecord()->activityID(), "w-1");
-  EXPECT_EQ(activities(data), range(1, 2));
+  EXPECT_EQ(queueOf(data.snapshot()), range(1, 2));
   EXPECT_EQ(data.takeDamagedRecordCount(), 1U);
   EXPECT_EQ(data.takeDamagedRecordCount(), 0U);
   ASSERT_FALSE(log.lines().empty());
