@@ -54,15 +54,11 @@ TEST_F(SessionEngine, SendsOneRecordAtATimeWithTheCallItsKindNeeds) {
 
 TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtTheTail) {
   makeSession()->startSessionWithUser(testUser());
-  server().enqueue(refused(400));
-  server().enqueue(refused(499));
-  server().enqueue(refused(500));
+  for (int status : {400, 499, 500}) server().enqueue(refused(status));
   server().enqueue(ScriptedResponse::closeMidAnswer(200, R"({"weight":)", 64));
   server().enqueue(ScriptedResponse::json(200, ""));  // neither result nor error
 
-  auto first = weight("bad-400");
-  session->submitRecord(first, photo(1));
-  const fs::path photoFile = session->sessionData()->imageFilepathForRecord(first).value();
+  session->submitRecord(weight("bad-400"), photo(1));
   session->submitRecords({weight("bad-499"), weight("e500"), weight("cut"), weight("empty")});
 
   // 400 and 499 drop their records with a notification and go on; the 500
@@ -73,7 +69,7 @@ TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtThe
   EXPECT_EQ(notes.posted[0].error()->domain(), kNYBHTTPErrorDomain);
   EXPECT_EQ(notes.posted[0].error()->code(), 400);
   EXPECT_EQ(notes.posted[1].error()->code(), 499);
-  EXPECT_FALSE(fs::exists(photoFile));
+  EXPECT_TRUE(fs::is_empty(documents.path() / "images"));  // the photo went with its record
   EXPECT_FALSE(session->sessionData()->hasImages());
   EXPECT_EQ(queueOf(session->sessionData()), (std::vector<std::string>{"cut", "empty", "e500"}));
   EXPECT_EQ(server().requests().size(), 3U);
