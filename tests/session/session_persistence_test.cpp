@@ -30,7 +30,6 @@ TEST_F(SessionPersistence, SavesDuringAWriteCostOneMoreWriteHoldingTheLatestStat
   ASSERT_NE(onDisk, nullptr);
   EXPECT_EQ(queueOf(onDisk).size(), 10U);
   EXPECT_TRUE(onDisk->user().objectAs<NYBUser>()->isEqual(*testUser()));
-  // The archive's private mode is proven with the durable file.
   // A save with no write running starts one of its own at once.
   session->saveSessionData();
   ASSERT_TRUE(session->waitForArchiveWrites());
