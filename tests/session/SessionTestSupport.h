@@ -64,7 +64,6 @@ inline std::shared_ptr<NYBImage> photo(std::uint8_t shade) {
   return std::make_shared<NYBImage>(4, 3, std::move(pixels));
 }
 
-// {"weight": {"_id": id, "activity_id": activity}}
 inline ScriptedResponse acceptedWeight(const std::string& id, const std::string& activity) {
   return ScriptedResponse::json(
       201, R"({"weight":{"_id":")" + id + R"(","activity_id":")" + activity + R"("}})");

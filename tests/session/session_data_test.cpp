@@ -23,7 +23,6 @@ TEST_F(SessionData, QueueIsFirstInFirstOutAndRemovesOnlyAMatchingHead) {
   data->addRecords({weight("a"), nullptr});
   data->addRecord(nullptr);
   data->addRecords(NYBDynamicValue(NYBArray{weight("b"), "not a record"}));
-  data->addRecords(NYBDynamicValue());  // absent: ignored
   const NYBDynamicValue before = data->records();
   // Not the head: nothing happens. An equal record, not the same object, is a match.
   data->removeNextRecordIfMatch(weight("b"));
@@ -58,9 +57,6 @@ TEST_F(SessionData, APhotoIsAPrivateFileNamedAfterTheRecordAndEachFailureIsLogge
   data->addRecord(weight("photo"), photo(99));
   EXPECT_EQ(data->imageFilenames().dictionary()->size(), 1U);
   EXPECT_EQ(*data->imageForRecord(r), *photo(99));
-  // Changing a record after it was queued loses its photo: the key no longer matches.
-  r->setComment("changed");
-  EXPECT_EQ(data->imageForRecord(r), nullptr);
 
   // Nothing to move: nothing is added. The hand-over itself is proven through the session.
   EXPECT_EQ(data->findNextImageRecordWithRecordID(), nullptr);
@@ -94,7 +90,6 @@ TEST_F(SessionData, APhotoIsAPrivateFileNamedAfterTheRecordAndEachFailureIsLogge
 
 TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
   auto r = weight("hostile");
-  EXPECT_EQ(data->pathForImageName(std::nullopt), std::nullopt);
   EXPECT_EQ(data->pathForImageName("12.png"), (imageDirectory() / "12.png").string());
   for (const char* name : {"../sessionData", "a/b.png", "..", ".", ""}) {
     EXPECT_EQ(data->pathForImageName(std::string(name)), std::nullopt) << name;
@@ -104,7 +99,6 @@ TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
   const fs::path outside = documents.path() / "keep";
   std::ofstream(outside) << "keep";
   data->setImageFilenames(NYBDictionary{{r, "../keep"}});
-  LogCapture log;
   data->removeImageForRecord(r);
   EXPECT_TRUE(fs::exists(outside));
   EXPECT_FALSE(data->hasImages());

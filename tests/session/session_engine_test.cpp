@@ -71,7 +71,6 @@ TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtThe
   EXPECT_TRUE(fs::is_empty(documents.path() / "images"));  // the photo went with its record
   EXPECT_FALSE(session->sessionData()->hasImages());
   EXPECT_EQ(queueOf(session->sessionData()), (std::vector<std::string>{"cut", "empty", "e500"}));
-  EXPECT_EQ(server().requests().size(), 3U);
 
   // Each trigger sends the head once: a connection lost mid-answer and an
   // empty answer also go back to the tail without a word.
@@ -149,7 +148,6 @@ TEST_F(SessionEngine, EndingOrRestartingASessionDiscardsItsQueueAndArchive) {
     session->endSession();
     EXPECT_EQ(hookCalls, 2);
     EXPECT_FALSE(fs::exists(archive));
-    EXPECT_EQ(session->apiClient(), nullptr);  // no user, no client
   }
   EXPECT_TRUE(session->waitForArchiveWrites());
   EXPECT_FALSE(fs::exists(archive));
@@ -157,12 +155,6 @@ TEST_F(SessionEngine, EndingOrRestartingASessionDiscardsItsQueueAndArchive) {
 
   NYBSession::staticClass().setEndHealthKitSessionOperation(nullptr);
   EXPECT_FALSE(session->respondsToEndHealthKitSession());
-  // Without a user the head is marked in flight, but nothing is ever sent.
-  session->startSessionWithUser(nullptr);
-  session->submitRecords({weight("stuck"), weight("behind")});
-  EXPECT_EQ(session->processingRecord()->activityID(), NYBDynamicValue("stuck"));
-  EXPECT_EQ(server().requests().size(), 1U);
-  nyb::session::Testing::setProcessingRecord(*session, nullptr);
 }
 
 TEST_F(SessionEngine, TheMediaURLCarriesTheSharedSessionUsersTokenAsItsOnlyQuery) {

@@ -27,8 +27,7 @@ TEST_F(SessionPersistence, SavesDuringAWriteCostOneMoreWriteHoldingTheLatestStat
   EXPECT_EQ(session->archiveWriteCount(), 2U);
   EXPECT_FALSE(session->writeInProgress() || session->writeRequested());
   auto onDisk = archived(documents.path());
-  ASSERT_NE(onDisk, nullptr);
-  EXPECT_EQ(queueOf(onDisk).size(), 10U);
+  ASSERT_EQ(queueOf(onDisk).size(), 10U);
   EXPECT_TRUE(onDisk->user().objectAs<NYBUser>()->isEqual(*testUser()));
   // A save with no write running starts one of its own at once.
   session->saveSessionData();
@@ -54,8 +53,7 @@ TEST_F(SessionPersistence, TheWriteArchivesTheStateOfTheSaveAndTheQueueKeepsItsO
   }
   EXPECT_EQ(session->sessionData()->peekNextRecord()->valueForKey("weight").doubleValue(), 70.0);
   auto onDisk = archived(documents.path());
-  ASSERT_NE(onDisk, nullptr);
-  EXPECT_EQ(queueOf(onDisk), (std::vector<std::string>{"mine", "second"}));
+  ASSERT_EQ(queueOf(onDisk), (std::vector<std::string>{"mine", "second"}));
   EXPECT_EQ(onDisk->records().array()->elements()[0].objectAs<NYBRecord>()->valueForKey("weight"),
             NYBDynamicValue(70.0));
   nyb::session::Testing::setProcessingRecord(*session, nullptr);
