@@ -37,8 +37,7 @@ TEST_F(SessionEngine, SendsOneRecordAtATimeWithTheCallItsKindNeeds) {
   session->submitRecord(weight("late"));  // only queued while one is in flight
   EXPECT_EQ(queueOf(session->sessionData()),
             (std::vector<std::string>{"walk.1/x", "w-upd", "w-new", "late"}));
-  // The host running out of time ends the request's task; the answer must
-  // not end it again (the fixture counts stray ends).
+  // The host's timeout ends the request's task; the answer must not end it again.
   EXPECT_GE(tasks->expireOpenTasks(), 1U);
 
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 4; }));
@@ -61,8 +60,7 @@ TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtThe
   session->submitRecord(weight("bad-400"), photo(1));
   session->submitRecords({weight("bad-499"), weight("e500"), weight("cut"), weight("empty")});
 
-  // 400 and 499 drop their records with a notification and go on; the 500
-  // puts its record at the tail and the queue rests.
+  // 4xx drops the record with a notification; a 500 moves it to the tail and the queue rests.
   ASSERT_TRUE(runUntil([&] { return server().requests().size() == 3; }));
   settle();
   ASSERT_EQ(outcomes(notes), (std::vector<std::string>{"failed bad-400", "failed bad-499"}));
@@ -72,8 +70,7 @@ TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtThe
   EXPECT_FALSE(session->sessionData()->hasImages());
   EXPECT_EQ(queueOf(session->sessionData()), (std::vector<std::string>{"cut", "empty", "e500"}));
 
-  // Each trigger sends the head once: a connection lost mid-answer and an
-  // empty answer also go back to the tail without a word.
+  // Each trigger sends the head once; a cut or an empty answer also goes back without a word.
   for (std::size_t sent : {4U, 5U}) {
     reachability->setFlags(kNYBReachabilityFlagsReachable);
     ASSERT_TRUE(runUntil([&] { return server().requests().size() == sent; }));
@@ -83,9 +80,8 @@ TEST_F(SessionEngine, OnlyTheServicesRefusalDropsARecordEverythingElseWaitsAtThe
   EXPECT_EQ(notes.posted.size(), 2U);
 }
 
-// The road itself (photos after records, under the service's identifiers, a refused photo
-// dropped, a failed one kept) is proven end to end and over a failing transport; here what the
-// photo store does on the way.
+// Photos after records, under the service's identifiers, refused or failed, are proven end to
+// end and over a failing transport; here what the photo store does on the way.
 TEST_F(SessionEngine, PhotosFollowTheRecordsAndAnUnreadableOneIsDropped) {
   makeSession()->startSessionWithUser(testUser());
   for (const char* id : {"p1", "plain", "gone", "later"}) {
