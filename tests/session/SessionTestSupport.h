@@ -1,7 +1,6 @@
-// What the session tests share: one loopback server for the whole program
-// (the base URL is read once per process), a fixture with a fresh documents
-// directory, a fake reachability source and a counting background-task
-// delegate, and a log of the session's four notifications.
+// What the session tests share: one loopback server for the program (the base URL is read
+// once per process), a fixture with a fresh documents directory, a fake reachability source
+// and a counting background-task delegate, and a log of the session's four notifications.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -189,9 +188,8 @@ class WriteQueueGate {
   bool released_ = false;
 };
 
-// A fresh documents directory, a fake reachability source and a counting
-// background-task delegate for each test; the sessions it makes are settled
-// and released at its end.
+// A fresh documents directory, reachability source and background-task delegate for each
+// test; the sessions it makes are settled and released at its end.
 class SessionFixture : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -221,8 +219,7 @@ class SessionFixture : public ::testing::Test {
     return NYBRunLoop::main().runUntil(predicate, timeout);
   }
 
-  // Drives the main run loop until no request is in flight and no write is
-  // running or asked for.
+  // Drives the main run loop until no request is in flight and no write is running or asked for.
   void settle() {
     EXPECT_TRUE(runUntil([&] { return !session->processingRecord(); }));
     EXPECT_TRUE(session->waitForArchiveWrites());

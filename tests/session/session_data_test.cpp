@@ -75,17 +75,6 @@ TEST_F(SessionData, APhotoIsAPrivateFileNamedAfterTheRecordAndEachFailureIsLogge
                              "NYBSessionData: Unable to erase image file. Detail: No such file "
                              "or directory"}));
   EXPECT_FALSE(data->hasImages());
-
-  // A file where the documents directory should be: the directory cannot be made.
-  fs::remove_all(imageDirectory());
-  std::ofstream(documents.path() / "blocked") << "file";
-  NYBDocuments::setDocumentsDirectory((documents.path() / "blocked" / "Documents").string());
-  log.clear();
-  data->verifyImageDirectory();
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{
-                             "NYBSessionData: Unable to create directory for images to upload. "
-                             "Detail: Not a directory"}));
-  data->eraseImageDirectoryContents();  // nothing to list: nothing happens
 }
 
 TEST_F(SessionData, FileNamesNeverLeaveTheImageDirectory) {
