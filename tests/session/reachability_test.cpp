@@ -112,6 +112,10 @@ TEST_F(Reachability, FactoriesTargetsStatusRulesAndChangeNotifications) {
   EXPECT_FALSE(wifi->startNotifier());
   EXPECT_EQ(fake->scheduledTargetCount(), 0U);
 
+  fake->setFlagsReadable(false);  // unreadable: not reachable, no connection required
+  EXPECT_EQ(host->currentReachabilityStatus(), NYBNotReachable);
+  EXPECT_FALSE(host->connectionRequired());
+
   // No target, no monitor; the local Wi-Fi monitor included.
   fake->setFailsCreation(true);
   EXPECT_EQ(NYBReachability::reachabilityForInternetConnection(), nullptr);
