@@ -1,28 +1,28 @@
-// What the session tests share: one loopback server for the whole program
-// (the base URL is read once per process), a fixture with a fresh documents
-// directory, a fake reachability source and a counting background-task
-// delegate, and a log of the session's four notifications.
+// What the session tests share: one loopback server for the program (the base URL is read
+// once per process), a fixture with a fresh documents directory, a fake reachability source
+// and a counting background-task delegate, and a log of the session's four notifications.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "NymbrelCore/NYBApplication.h"
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDocuments.h"
 #include "NymbrelCore/NYBFakeReachabilitySource.h"
+#include "NymbrelCore/NYBKeyedArchiver.h"
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "NymbrelCore/NYBNotificationCenter.h"
 #include "NymbrelCore/NYBRoutine.h"
@@ -30,11 +30,14 @@
 #include "NymbrelCore/NYBSession.h"
 #include "NymbrelCore/NYBWeight.h"
 #include "session/SessionInternal.h"
+#include "session/SessionTesting.h"
+#include "support/LogCapture.h"
 #include "support/LoopbackServer.h"
 #include "support/TempDir.h"
 
 namespace nyb::test {
 
+namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 inline LoopbackServer& server() { return LoopbackServer::shared(); }
@@ -60,10 +63,13 @@ inline std::shared_ptr<NYBImage> photo(std::uint8_t shade) {
   return std::make_shared<NYBImage>(4, 3, std::move(pixels));
 }
 
-// {"weight": {"_id": id, "activity_id": activity}}
 inline ScriptedResponse acceptedWeight(const std::string& id, const std::string& activity) {
   return ScriptedResponse::json(
       201, R"({"weight":{"_id":")" + id + R"(","activity_id":")" + activity + R"("}})");
+}
+
+inline ScriptedResponse acceptedPhoto() {
+  return ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})");
 }
 
 inline ScriptedResponse refused(int status) {
@@ -77,15 +83,36 @@ inline std::string activityIn(const std::string& body) {
   return body.substr(at, body.find('"', at) - at);
 }
 
-inline std::string bytesOf(const std::filesystem::path& path) {
+inline std::string bytesOf(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 // The session data the archive in a documents directory holds now.
-inline std::shared_ptr<NYBSessionData> archived(const std::filesystem::path& documents) {
+inline std::shared_ptr<NYBSessionData> archived(const fs::path& documents) {
   return NYBKeyedUnarchiver::unarchiveObjectWithData(NYBData(bytesOf(documents / "sessionData")))
       .objectAs<NYBSessionData>();
+}
+
+// The damaged archives kept aside in a documents directory, oldest first.
+inline std::vector<fs::path> damagedArchivesIn(const fs::path& documents) {
+  std::vector<fs::path> kept;
+  for (const auto& entry : fs::directory_iterator(documents)) {
+    if (entry.path().filename().string().rfind("sessionData.damaged-", 0) == 0)
+      kept.push_back(entry.path());
+  }
+  std::sort(kept.begin(), kept.end());
+  return kept;
+}
+
+// The queue's activity IDs, head first.
+inline std::vector<std::string> queueOf(const std::shared_ptr<NYBSessionData>& data) {
+  std::vector<std::string> ids;
+  if (!data) return ids;
+  for (const NYBDynamicValue& each : *data->records().array()) {
+    ids.push_back(each.objectAs<NYBRecord>()->activityID().description());
+  }
+  return ids;
 }
 
 struct Posted {
@@ -104,15 +131,12 @@ class NotificationLog {
     for (std::string_view name :
          {kNYBRecordSubmittedNotification, kNYBRecordSubmissionFailedNotification,
           kNYBRecordImageSubmittedNotification, kNYBRecordImageSubmissionFailedNotification}) {
-      tokens_.push_back(NYBNotificationCenter::defaultCenter().addObserverForName(
-          std::string(name), NYBDynamicValue(), [this](const NYBNotification& notification) {
+      observers_.push_back(NYBNotificationCenter::defaultCenter().addScopedObserverForName(
+          std::string(name), {}, [this](const NYBNotification& notification) {
             posted.push_back({notification.name(), notification.object(), notification.userInfo()});
             if (onPost) onPost(posted.back());
           }));
     }
-  }
-  ~NotificationLog() {
-    for (const auto& token : tokens_) NYBNotificationCenter::defaultCenter().removeObserver(token);
   }
 
   std::vector<Posted> named(std::string_view name) const {
@@ -127,7 +151,7 @@ class NotificationLog {
   std::function<void(const Posted&)> onPost;
 
  private:
-  std::vector<NYBNotificationToken> tokens_;
+  std::vector<NYBScopedObserver> observers_;
 };
 
 // Each notification as "<kind> <recordID, else activityID>".
@@ -147,35 +171,25 @@ inline std::vector<std::string> outcomes(const NotificationLog& notes) {
 }
 
 // Holds the archive write queue until released, so that a write is surely
-// in progress while the test saves again. The blocked block shares its state,
-// as it may still be waking when the gate goes.
+// in progress while the test saves again. The blocked block holds its own
+// share of the gate's state, as it may still be waking when the gate goes.
 class WriteQueueGate {
  public:
   WriteQueueGate() {
-    session::archiveWriteQueue().async([state = state_] {
-      std::unique_lock lock(state->mutex);
-      state->opened.wait(lock, [&] { return state->open; });
-    });
+    session::archiveWriteQueue().async([opened = opened_.get_future().share()] { opened.wait(); });
   }
   ~WriteQueueGate() { release(); }
   void release() {
-    std::lock_guard lock(state_->mutex);
-    state_->open = true;
-    state_->opened.notify_all();
+    if (!std::exchange(released_, true)) opened_.set_value();
   }
 
  private:
-  struct State {
-    std::mutex mutex;
-    std::condition_variable opened;
-    bool open = false;
-  };
-  std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::promise<void> opened_;
+  bool released_ = false;
 };
 
-// A fresh documents directory, a fake reachability source and a counting
-// background-task delegate for each test; the sessions it makes are settled
-// and released at its end.
+// A fresh documents directory, reachability source and background-task delegate for each
+// test; the sessions it makes are settled and released at its end.
 class SessionFixture : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -205,21 +219,10 @@ class SessionFixture : public ::testing::Test {
     return NYBRunLoop::main().runUntil(predicate, timeout);
   }
 
-  // Drives the main run loop until no request is in flight and no write is
-  // running or asked for.
+  // Drives the main run loop until no request is in flight and no write is running or asked for.
   void settle() {
     EXPECT_TRUE(runUntil([&] { return !session->processingRecord(); }));
     EXPECT_TRUE(session->waitForArchiveWrites());
-  }
-
-  // The queue's activity IDs, head first.
-  static std::vector<std::string> queueOf(const std::shared_ptr<NYBSessionData>& data) {
-    std::vector<std::string> ids;
-    if (!data) return ids;
-    for (const NYBDynamicValue& each : *data->records().array()) {
-      ids.push_back(each.objectAs<NYBRecord>()->activityID().description());
-    }
-    return ids;
   }
 
   TempDir documents;

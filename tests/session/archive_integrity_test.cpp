@@ -1,29 +1,14 @@
 // What the archive promises when things go wrong: a save racing the end of a
 // write is never lost, a failed write is reported, a damaged archive is kept
 // for recovery rather than written over or deleted.
-#include <sys/stat.h>
 
 #include <random>
 #include <thread>
 
 #include "session/SessionTestSupport.h"
-#include "session/SessionTesting.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
-
-namespace fs = std::filesystem;
-
-std::vector<fs::path> damagedArchivesIn(const fs::path& documents) {
-  std::vector<fs::path> kept;
-  for (const auto& entry : fs::directory_iterator(documents)) {
-    if (entry.path().filename().string().rfind("sessionData.damaged-", 0) == 0)
-      kept.push_back(entry.path());
-  }
-  std::sort(kept.begin(), kept.end());
-  return kept;
-}
 
 using ArchiveIntegrity = SessionTest;
 
@@ -48,21 +33,21 @@ TEST(ArchiveWriteHandOff, NoSaveIsLostWhenItRacesTheEndOfAWrite) {
       writesQueued.fetch_sub(1);  // only now: the write has ended
     }
   });
+  const auto saveOrRequest = [&] {
+    if (session::beginWriteOrRequest(inProgress, requested)) writesQueued.fetch_add(1);
+  };
+  const auto runFollowUpOwed = [&] {
+    if (followUpsOwed.load() == 0) return;
+    followUpsOwed.fetch_sub(1);
+    saveOrRequest();
+  };
   int lost = 0;
   for (int save = 0; save < saves && lost == 0; ++save) {
-    if (session::beginWriteOrRequest(inProgress, requested)) writesQueued.fetch_add(1);
-    if (followUpsOwed.load() > 0) {
-      followUpsOwed.fetch_sub(1);
-      if (session::beginWriteOrRequest(inProgress, requested)) writesQueued.fetch_add(1);
-    }
+    saveOrRequest();
+    runFollowUpOwed();
     if (save % 64 == 0) {
       // Settle: the writer drains, owed follow-ups run; then nothing may wait.
-      while (writesQueued.load() > 0 || followUpsOwed.load() > 0) {
-        if (followUpsOwed.load() > 0) {
-          followUpsOwed.fetch_sub(1);
-          if (session::beginWriteOrRequest(inProgress, requested)) writesQueued.fetch_add(1);
-        }
-      }
+      while (writesQueued.load() > 0 || followUpsOwed.load() > 0) runFollowUpOwed();
       if (requested.load() || inProgress.load()) ++lost;
     }
   }

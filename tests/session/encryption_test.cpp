@@ -1,16 +1,12 @@
 // The session's files under a key: nothing of a record, a photo or the token
 // reaches the disk in the clear; a file that does not open is refused and
 // kept; a plain session moves under a key; a key can be replaced.
-#include <filesystem>
 
 #include "NymbrelCore/NYBSessionKey.h"
 #include "session/SessionTestSupport.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 std::vector<std::uint8_t> keyOf(std::uint8_t seed) { return std::vector<std::uint8_t>(32, seed); }
 
@@ -64,7 +60,7 @@ TEST_F(Encryption, NothingReachesTheDiskInTheClearAndThePhotoIsUploadedAfterARes
   }
   server().reset();
   server().enqueue(acceptedWeight("id-1", "reading-4711"));
-  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().enqueue(acceptedPhoto());
   restart();
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 2; }));
   EXPECT_EQ(outcomes(notes), (std::vector<std::string>{"submitted id-1", "photo id-1"}));
@@ -104,10 +100,7 @@ TEST_F(Encryption, AnArchiveThatDoesNotOpenIsRefusedAndKept) {
     }));
     session->startSessionWithUser(testUser());
     settle();
-    std::vector<fs::path> kept = filesUnder(documents.path());
-    std::erase_if(kept, [](const fs::path& file) {
-      return file.filename().string().rfind("sessionData.damaged-", 0) != 0;
-    });
+    const auto kept = damagedArchivesIn(documents.path());
     ASSERT_EQ(kept.size(), 1U);
     EXPECT_EQ(bytesOf(kept[0]), bytes);
     NYBSessionKey::setKey(keyOf(1));
@@ -128,8 +121,7 @@ TEST_F(Encryption, APhotoInAnotherPhotosPlaceIsRefusedAndKept) {
   server().reset();
   server().enqueue(acceptedWeight("id-1", "a"));
   server().enqueue(acceptedWeight("id-2", "b"));
-  server().setDefaultResponse(
-      ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().setDefaultResponse(acceptedPhoto());
   restart();
   ASSERT_TRUE(runUntil([&] { return notes.posted.size() == 4; }));
   const auto failed = notes.named(kNYBRecordImageSubmissionFailedNotification);

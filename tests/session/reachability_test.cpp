@@ -1,27 +1,14 @@
-// The reachability monitor over a fake source: its targets, its two status rules and the flag
-// log line, change notifications on the starting thread's run loop. A real route coming and
-// going is proven end to end.
+// The reachability monitor over a fake source: its targets, its two status rules, the flag
+// log line and change notifications through the run loop. A real route coming and going is
+// proven end to end.
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 
-#include <atomic>
-#include <chrono>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "NymbrelCore/NYBFakeReachabilitySource.h"
-#include "NymbrelCore/NYBNotificationCenter.h"
 #include "NymbrelCore/NYBReachability.h"
-#include "NymbrelCore/NYBRunLoop.h"
-#include "support/LogCapture.h"
+#include "session/SessionTestSupport.h"
 
-namespace nyb {
+namespace nyb::test {
 namespace {
-
-using namespace std::chrono_literals;
 
 constexpr NYBReachabilityFlags t = kNYBReachabilityFlagsTransientConnection;
 constexpr NYBReachabilityFlags R = kNYBReachabilityFlagsReachable;
@@ -33,29 +20,6 @@ constexpr NYBReachabilityFlags l = kNYBReachabilityFlagsIsLocalAddress;
 constexpr NYBReachabilityFlags d = kNYBReachabilityFlagsIsDirect;
 constexpr NYBReachabilityFlags W = kNYBReachabilityFlagsIsWWAN;
 
-// Counts change notifications from one monitor (or any) for the scope.
-class ChangeObserver {
- public:
-  explicit ChangeObserver(const std::shared_ptr<NYBReachability>& monitor = nullptr) {
-    NYBDynamicValue sender;
-    if (monitor) sender = monitor;
-    token_ = NYBNotificationCenter::defaultCenter().addObserverForName(
-        std::string(kReachabilityChangedNotification), sender, [this](const NYBNotification& n) {
-          objects.push_back(n.object().object().get());
-          threads.push_back(std::this_thread::get_id());
-          userInfoEmpty = userInfoEmpty && n.userInfo().empty();
-        });
-  }
-  ~ChangeObserver() { NYBNotificationCenter::defaultCenter().removeObserver(token_); }
-
-  std::vector<const NYBObject*> objects;
-  std::vector<std::thread::id> threads;
-  bool userInfoEmpty = true;
-
- private:
-  NYBNotificationToken token_;
-};
-
 class Reachability : public ::testing::Test {
  protected:
   void SetUp() override { NYBReachabilitySource::setDefaultSource(fake); }
@@ -64,13 +28,11 @@ class Reachability : public ::testing::Test {
   std::shared_ptr<NYBFakeReachabilitySource> fake = std::make_shared<NYBFakeReachabilitySource>(R);
 };
 
-TEST_F(Reachability, FactoriesAskForTheirTargetsAndEachMonitorJudgesByItsOwnRule) {
+TEST_F(Reachability, FactoriesTargetsStatusRulesAndChangeNotifications) {
   auto internet = NYBReachability::reachabilityForInternetConnection();
   auto wifi = NYBReachability::reachabilityForLocalWiFi();
   auto host = NYBReachability::reachabilityWithHostName("api.example.com");
   ASSERT_TRUE(internet && wifi && host);
-  EXPECT_FALSE(internet->alwaysReturnLocalWiFiStatus() || host->alwaysReturnLocalWiFiStatus());
-  EXPECT_TRUE(wifi->alwaysReturnLocalWiFiStatus());
   const auto requests = fake->requests();
   ASSERT_EQ(requests.size(), 3U);
   for (std::size_t n : {0U, 1U}) {
@@ -80,10 +42,6 @@ TEST_F(Reachability, FactoriesAskForTheirTargetsAndEachMonitorJudgesByItsOwnRule
     EXPECT_EQ(address.sin_addr.s_addr, ::inet_addr(n == 0 ? "0.0.0.0" : "169.254.0.0"));
   }
   EXPECT_EQ(requests[2].hostName, "api.example.com");
-  // Each monitor owns its target and releases it when it goes.
-  EXPECT_EQ(fake->liveTargetCount(), 3U);
-  host.reset();
-  EXPECT_EQ(fake->liveTargetCount(), 2U);
 
   struct Case {
     NYBReachabilityFlags flags;
@@ -112,26 +70,51 @@ TEST_F(Reachability, FactoriesAskForTheirTargetsAndEachMonitorJudgesByItsOwnRule
   }
 
   // Every status query logs the flags.
-  test::LogCapture log;
+  LogCapture log;
   internet->networkStatusForFlags(W | R | t | c | C | i | D | l | d);
-  wifi->localWiFiStatusForFlags(0);
-  PrintReachabilityFlags(t | l, "custom");
   fake->setFlags(R | c);
-  internet->currentReachabilityStatus();
+  wifi->currentReachabilityStatus();
   EXPECT_EQ(log.lines(), (std::vector<std::string>{
                              "Reachability Flag Status: WR tcCiDld networkStatusForFlags\n",
-                             "Reachability Flag Status: -- ------- localWiFiStatusForFlags\n",
-                             "Reachability Flag Status: -- t----l- custom\n",
-                             "Reachability Flag Status: -R -c----- networkStatusForFlags\n",
-                         }));
+                             "Reachability Flag Status: -R -c----- localWiFiStatusForFlags\n"}));
 
-  // Unreadable flags: not reachable, no connection required, nothing logged.
-  fake->setFlagsReadable(false);
-  log.clear();
-  EXPECT_EQ(internet->currentReachabilityStatus(), NYBNotReachable);
-  EXPECT_EQ(wifi->currentReachabilityStatus(), NYBNotReachable);
-  EXPECT_FALSE(internet->connectionRequired());
-  EXPECT_TRUE(log.lines().empty());
+  // Changes are posted on the run loop that started the notifier.
+  std::vector<const NYBObject*> changes;
+  bool userInfoEmpty = true;
+  const auto observer = NYBNotificationCenter::defaultCenter().addScopedObserverForName(
+      std::string(kReachabilityChangedNotification), {}, [&](const NYBNotification& n) {
+        changes.push_back(n.object().object().get());
+        userInfoEmpty = userInfoEmpty && n.userInfo().empty();
+      });
+  ASSERT_TRUE(internet->startNotifier());
+  EXPECT_EQ(fake->scheduledTargetCount(), 1U);
+
+  fake->setFlags(0);
+  EXPECT_TRUE(changes.empty());  // not before the loop runs
+  ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return !changes.empty(); }, 10s));
+  NYBRunLoop::main().runOnce();
+  ASSERT_EQ(changes.size(), 1U);
+  EXPECT_EQ(changes[0], internet.get());  // the monitor itself, not a copy
+  EXPECT_TRUE(userInfoEmpty);
+
+  // A change signalled as the monitor goes is never delivered: it stops notifying first.
+  fake->setFlags(R);
+  internet.reset();
+  EXPECT_EQ(fake->liveTargetCount(), 2U);
+  NYBRunLoop::main().runOnce();
+  EXPECT_EQ(changes.size(), 1U);
+
+  // A target that refuses the callback or the run loop: no start.
+  fake->setFailsSettingCallback(true);
+  EXPECT_FALSE(wifi->startNotifier());
+  fake->setFailsSettingCallback(false);
+  fake->setFailsScheduling(true);
+  EXPECT_FALSE(wifi->startNotifier());
+  EXPECT_EQ(fake->scheduledTargetCount(), 0U);
+
+  fake->setFlagsReadable(false);  // unreadable: not reachable, no connection required
+  EXPECT_EQ(host->currentReachabilityStatus(), NYBNotReachable);
+  EXPECT_FALSE(host->connectionRequired());
 
   // No target, no monitor; the local Wi-Fi monitor included.
   fake->setFailsCreation(true);
@@ -140,77 +123,5 @@ TEST_F(Reachability, FactoriesAskForTheirTargetsAndEachMonitorJudgesByItsOwnRule
   EXPECT_EQ(NYBReachability::reachabilityWithHostName("api.example.com"), nullptr);
 }
 
-TEST_F(Reachability, ChangesArePostedOnTheRunLoopThatStartedTheNotifier) {
-  auto monitor = NYBReachability::reachabilityForInternetConnection();
-  auto other = NYBReachability::reachabilityForLocalWiFi();
-  ChangeObserver changes;
-  ASSERT_TRUE(monitor->startNotifier());
-  EXPECT_EQ(fake->scheduledTargetCount(), 1U);
-
-  fake->setFlags(0);
-  EXPECT_TRUE(changes.objects.empty());  // not before the loop runs
-  ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return !changes.objects.empty(); }, 10s));
-  NYBRunLoop::main().runOnce();
-  ASSERT_EQ(changes.objects.size(), 1U);
-  EXPECT_EQ(changes.objects[0], monitor.get());  // the monitor itself, not a copy
-  EXPECT_EQ(changes.threads[0], std::this_thread::get_id());
-  EXPECT_TRUE(changes.userInfoEmpty);
-
-  // Each change is announced, whatever the new flags.
-  fake->setFlags(R);
-  ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return changes.objects.size() == 2; }, 10s));
-
-  // Stopped, then started again.
-  monitor->stopNotifier();
-  EXPECT_EQ(fake->scheduledTargetCount(), 0U);
-  fake->setFlags(R | d);
-  NYBRunLoop::main().runOnce();
-  EXPECT_EQ(changes.objects.size(), 2U);
-  ASSERT_TRUE(monitor->startNotifier());
-  fake->setFlags(R);
-  ASSERT_TRUE(NYBRunLoop::main().runUntil([&] { return changes.objects.size() == 3; }, 10s));
-
-  // A change signalled just before the monitor goes is never delivered: the
-  // monitor stops its notifier before it releases its target.
-  fake->setFlags(0);
-  monitor.reset();
-  EXPECT_EQ(fake->liveTargetCount(), 1U);  // only the unstarted Wi-Fi monitor's
-  NYBRunLoop::main().runOnce();
-  EXPECT_EQ(changes.objects.size(), 3U);
-
-  // A target that refuses the callback or the run loop: no start.
-  fake->setFailsSettingCallback(true);
-  EXPECT_FALSE(other->startNotifier());
-  fake->setFailsSettingCallback(false);
-  fake->setFailsScheduling(true);
-  EXPECT_FALSE(other->startNotifier());
-  EXPECT_EQ(fake->scheduledTargetCount(), 0U);
-}
-
-TEST_F(Reachability, AMonitorStartedOnAnotherThreadPostsThere) {
-  std::shared_ptr<NYBReachability> monitor = NYBReachability::reachabilityForInternetConnection();
-  ChangeObserver changes(monitor);
-  std::atomic<bool> started{false};
-  std::atomic<std::size_t> seen{0};
-  std::thread::id workerID;
-  std::thread worker([&] {
-    workerID = std::this_thread::get_id();
-    monitor->startNotifier();
-    started = true;
-    NYBRunLoop::current()->runUntil([&] { return seen.load() > 0; }, 10s);
-    monitor->stopNotifier();
-  });
-  // The observer's vectors are only read after the join; `seen` is polled.
-  auto counter = NYBNotificationCenter::defaultCenter().addObserverForName(
-      std::string(kReachabilityChangedNotification), monitor,
-      [&](const NYBNotification&) { ++seen; });
-  while (!started) std::this_thread::yield();
-  fake->setFlags(0);
-  worker.join();
-  NYBNotificationCenter::defaultCenter().removeObserver(counter);
-  ASSERT_EQ(changes.threads.size(), 1U);
-  EXPECT_EQ(changes.threads[0], workerID);
-}
-
 }  // namespace
-}  // namespace nyb
+}  // namespace nyb::test

@@ -4,12 +4,9 @@
 // the program ends while the archive is being written.
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <thread>
 
-#include "NymbrelCore/NYBKeyedArchiver.h"
 #include "session/SessionTestSupport.h"
-#include "session/SessionTesting.h"
 #include "support/RunProgram.h"
 
 extern char** environ;
@@ -18,10 +15,6 @@ namespace nyb::test {
 namespace {
 
 using SessionFaults = SessionTest;
-
-ScriptedResponse acceptedPhoto() {
-  return ScriptedResponse::json(201, R"({"media":{"id":"m","url":"http://m/m.png"}})");
-}
 
 TEST_F(SessionFaults, WhatIsInFlightWhenTheSessionChangesNeverReachesTheNextSession) {
   struct Case {
@@ -122,7 +115,6 @@ TEST_F(SessionFaults, ARecordWhoseJSONCannotBeMadeFailsWithItsKeyAndTheNextOneGo
   EXPECT_TRUE(queueOf(session->sessionData()).empty());
 
   // An archive that holds such a record starts up all the same.
-  settle();
   session.reset();
   auto archived = std::make_shared<NYBSessionData>(testUser());
   archived->addRecords({textDate, weight("good")});
@@ -180,7 +172,7 @@ TEST_F(SessionFaults, AWriteUnderWayWhenTheProgramEndsIsFinished) {
     makeSession()->startSessionWithUser(nullptr);  // no user: nothing is sent
     session->waitForArchiveWrites();
     session->submitRecords(std::vector<std::shared_ptr<NYBRecord>>(kRecords, weight("x")));
-    std::filesystem::remove_all(documents.path());  // the child's own, unused
+    fs::remove_all(documents.path());  // the child's own, unused
     std::exit(session->writeInProgress() ? 0 : 3);
   }
   std::vector<std::string> environment{"NYB_EXIT_DURING_WRITE=" + documents.path().string()};

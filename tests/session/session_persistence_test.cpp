@@ -1,17 +1,11 @@
 // The archive: saves during a write fold into one more write, what is written
 // is the state at the moment of the save (never read from the live objects by
 // the write queue), the file's permissions, and an archive of no session.
-#include <fstream>
 
-#include "NymbrelCore/NYBKeyedArchiver.h"
 #include "session/SessionTestSupport.h"
-#include "session/SessionTesting.h"
-#include "support/LogCapture.h"
 
 namespace nyb::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 using SessionPersistence = SessionTest;
 
@@ -33,10 +27,8 @@ TEST_F(SessionPersistence, SavesDuringAWriteCostOneMoreWriteHoldingTheLatestStat
   EXPECT_EQ(session->archiveWriteCount(), 2U);
   EXPECT_FALSE(session->writeInProgress() || session->writeRequested());
   auto onDisk = archived(documents.path());
-  ASSERT_NE(onDisk, nullptr);
-  EXPECT_EQ(queueOf(onDisk).size(), 10U);
+  ASSERT_EQ(queueOf(onDisk).size(), 10U);
   EXPECT_TRUE(onDisk->user().objectAs<NYBUser>()->isEqual(*testUser()));
-  // The archive's private mode is proven with the durable file.
   // A save with no write running starts one of its own at once.
   session->saveSessionData();
   ASSERT_TRUE(session->waitForArchiveWrites());
@@ -61,8 +53,7 @@ TEST_F(SessionPersistence, TheWriteArchivesTheStateOfTheSaveAndTheQueueKeepsItsO
   }
   EXPECT_EQ(session->sessionData()->peekNextRecord()->valueForKey("weight").doubleValue(), 70.0);
   auto onDisk = archived(documents.path());
-  ASSERT_NE(onDisk, nullptr);
-  EXPECT_EQ(queueOf(onDisk), (std::vector<std::string>{"mine", "second"}));
+  ASSERT_EQ(queueOf(onDisk), (std::vector<std::string>{"mine", "second"}));
   EXPECT_EQ(onDisk->records().array()->elements()[0].objectAs<NYBRecord>()->valueForKey("weight"),
             NYBDynamicValue(70.0));
   nyb::session::Testing::setProcessingRecord(*session, nullptr);
@@ -73,7 +64,7 @@ TEST_F(SessionPersistence, TheWriteArchivesTheStateOfTheSaveAndTheQueueKeepsItsO
 TEST_F(SessionPersistence, MediaOfAnUploadedPhotoNeverChangeWhatAWriteIsReading) {
   makeSession()->startSessionWithUser(testUser());
   server().enqueue(acceptedWeight("id-1", "pic"));
-  server().enqueue(ScriptedResponse::json(201, R"({"media":{"id":"m1","url":"http://m/1.png"}})"));
+  server().enqueue(acceptedPhoto());
   session->submitRecord(weight("pic"), photo(5));
   ASSERT_TRUE(runUntil([&] { return !notes.posted.empty(); }));
   // The upload is in flight; its answer waits for the main thread.
@@ -104,7 +95,7 @@ TEST_F(SessionPersistence, AnArchiveOfNoSessionLoadsAsNoSession) {
   LogCapture log;
   auto next = NYBSession::sessionWithConfiguration({reachability});
   EXPECT_EQ(next->sessionData(), nullptr);
-  EXPECT_EQ(log.lines().size(), 1U);  // the library description only
+  EXPECT_EQ(log.lines(), std::vector<std::string>{NYBSession::libraryDescription()});
   // An archive whose root is some other object, or whose queue holds
   // something else than records, is damage, not a session.
   auto strange = std::make_shared<NYBSessionData>(testUser());
