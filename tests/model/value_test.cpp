@@ -1,14 +1,11 @@
-// The dynamic value and its containers: kinds, value equality, hashing and
-// descriptions.
+// The dynamic value and its containers: kinds, value equality and hashing.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
 
 #include "NymbrelCore/NYBArray.h"
-#include "NymbrelCore/NYBData.h"
 #include "NymbrelCore/NYBDictionary.h"
-#include "NymbrelCore/NYBURL.h"
 #include "support/TestModels.h"
 
 namespace nyb {
@@ -91,38 +88,6 @@ TEST(DynamicValue, DeeplyNestedKeysCompareInLinearTime) {
   };
   EXPECT_NE(nest(1), nest(2));
   EXPECT_EQ(nest(1), nest(1));
-}
-
-TEST(DynamicValue, DescriptionsFollowThePlatformsShapes) {
-  EXPECT_EQ(NYBDynamicValue().description(), "(null)");
-  EXPECT_EQ(NYBDynamicValue::null().description(), "<null>");
-  EXPECT_EQ(NYBDynamicValue(0.1 + 0.2).description(), "0.30000000000000004");
-  EXPECT_EQ(NYBDynamicValue(true).description(), "1");
-  EXPECT_EQ(NYBDynamicValue(NYBDate(1456841109)).description(), "2016-03-01 14:05:09 +0000");
-  NYBDictionary d{{"plain", "word"}, {"two words", NYBArray{1, NYBDynamicValue::null()}}};
-  EXPECT_EQ(
-      d.description(),
-      "{\n    plain = word;\n    \"two words\" = (\n        1,\n        \"<null>\"\n    );\n}");
-  EXPECT_EQ(NYBData(std::string_view("\x01\xff", 2)).description(), "{length = 2, bytes = 0x01ff}");
-}
-
-TEST(URL, AcceptsOnlyURLCharactersAndSplitsComponents) {
-  EXPECT_FALSE(NYBURL::URLWithString("http://h/a b"));
-  EXPECT_FALSE(NYBURL::URLWithString("http://h/%zz"));
-  EXPECT_FALSE(NYBURL::URLWithString("http://h/caf\xc3\xa9"));
-  auto url = NYBURL::URLWithString("https://user@api.example.com:8443/v1/x%2Ey?a=1&b=2#frag");
-  ASSERT_TRUE(url);
-  EXPECT_EQ(url->scheme(), "https");
-  EXPECT_EQ(url->host(), "api.example.com");
-  EXPECT_EQ(url->port(), 8443);
-  EXPECT_EQ(url->path(), "/v1/x%2Ey");
-  EXPECT_EQ(url->query(), "a=1&b=2");
-  auto v6 = NYBURL::URLWithString("http://[::1]:80/");
-  ASSERT_TRUE(v6);
-  EXPECT_EQ(v6->host(), "::1");
-  EXPECT_EQ(v6->port(), 80);
-  EXPECT_EQ(NYBURL::URLWithString("http://h?")->query(), "") << "a lone ? is kept as text";
-  EXPECT_EQ(NYBURL::URLWithString("http://h?")->absoluteString(), "http://h?");
 }
 
 }  // namespace
