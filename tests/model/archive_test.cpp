@@ -140,12 +140,9 @@ TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
   test::LogCapture log;
   const NYBData bytes = archive(employee);
   auto decoded = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<TestEmployee>();
+  employee->address = employee->tags = {};
   ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->nickname, NYBDynamicValue("kept"));
-  EXPECT_TRUE(decoded->address.isAbsent());
-  EXPECT_TRUE(decoded->tags.isAbsent());
-  EXPECT_EQ(decoded->employer, NYBDynamicValue(NYBArray{2}));
-  EXPECT_EQ(decoded->age, 9u);
+  EXPECT_TRUE(decoded->isEqual(*employee)) << decoded->description();
   const auto lines = log.lines();
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0].rfind("*** Caught exception encoding value for key \"address\" on class "
@@ -217,14 +214,15 @@ TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
   EXPECT_EQ(point.objectAs<TestPerson>()->city, NYBDynamicValue("b"));
 
   for (std::uint32_t size : {3u, 40u}) {
+    NYBDictionary expected;
     const NYBData bytes = craft([&](auto& packer) {
       packer.pack_map(size);
-      for (std::uint32_t i = 0; i + 1 < size; ++i) packer.pack_int(static_cast<int>(i)).pack_int(0);
+      for (int i = 0; i + 1 < static_cast<int>(size); ++i) {
+        packer.pack_int(i).pack_int(0);
+        expected.set(i, i == 1 ? NYBDynamicValue(true) : 0);
+      }
       packer.pack_int(1).pack_true();
     });
-    NYBDictionary expected;
-    for (std::uint32_t i = 0; i + 1 < size; ++i)
-      expected.set(static_cast<int>(i), i == 1 ? NYBDynamicValue(true) : 0);
     NYBDynamicValue decoded;
     ASSERT_TRUE(decodes(bytes, &decoded));
     expectSameTree(decoded, expected);
