@@ -64,33 +64,26 @@ bool decodes(const NYBData& data, NYBDynamicValue* out = nullptr) {
 // Same kind at every level, dictionaries in the same order, reals bit for bit.
 void expectSameTree(const NYBDynamicValue& a, const NYBDynamicValue& b) {
   ASSERT_EQ(a.kind(), b.kind()) << a.description() << " / " << b.description();
-  switch (a.kind()) {
-    case NYBDynamicValue::Kind::Real:
-      EXPECT_EQ(std::bit_cast<std::uint64_t>(a.doubleValue()),
-                std::bit_cast<std::uint64_t>(b.doubleValue()));
-      return;
-    case NYBDynamicValue::Kind::Dictionary: {
-      ASSERT_EQ(a.dictionary()->size(), b.dictionary()->size());
-      for (auto i = a.dictionary()->begin(), j = b.dictionary()->begin();
-           i != a.dictionary()->end(); ++i, ++j) {
-        expectSameTree(i->first, j->first);
-        expectSameTree(i->second, j->second);
-      }
-      return;
+  if (a.kind() == NYBDynamicValue::Kind::Real) {
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(a.doubleValue()),
+              std::bit_cast<std::uint64_t>(b.doubleValue()));
+  } else if (a.isDictionary()) {
+    ASSERT_EQ(a.dictionary()->size(), b.dictionary()->size());
+    for (auto i = a.dictionary()->begin(), j = b.dictionary()->begin(); i != a.dictionary()->end();
+         ++i, ++j) {
+      expectSameTree(i->first, j->first);
+      expectSameTree(i->second, j->second);
     }
-    case NYBDynamicValue::Kind::Array:
-      ASSERT_EQ(a.array()->size(), b.array()->size());
-      for (std::size_t i = 0; i < a.array()->size(); ++i) {
-        expectSameTree((*a.array())[i], (*b.array())[i]);
-      }
-      return;
-    case NYBDynamicValue::Kind::Object:
-      ASSERT_EQ(a.object()->className(), b.object()->className());
-      expectSameTree(a.objectAs<NYBModel>()->dictionaryValue(),
-                     b.objectAs<NYBModel>()->dictionaryValue());
-      return;
-    default:
-      EXPECT_TRUE(a == b) << a.description() << " / " << b.description();
+  } else if (a.isArray()) {
+    ASSERT_EQ(a.array()->size(), b.array()->size());
+    for (std::size_t i = 0; i < a.array()->size(); ++i)
+      expectSameTree((*a.array())[i], (*b.array())[i]);
+  } else if (a.kind() == NYBDynamicValue::Kind::Object) {
+    ASSERT_EQ(a.object()->className(), b.object()->className());
+    expectSameTree(a.objectAs<NYBModel>()->dictionaryValue(),
+                   b.objectAs<NYBModel>()->dictionaryValue());
+  } else {
+    EXPECT_TRUE(a == b) << a.description() << " / " << b.description();
   }
 }
 
