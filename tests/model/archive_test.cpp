@@ -117,8 +117,6 @@ TEST(Archive, EveryKindOfValueComesBackAsTheSameKindAtEveryLevel) {
     EXPECT_EQ(archive(decoded), bytes) << "archiving must be deterministic";
   }
   EXPECT_TRUE(NYBKeyedUnarchiver::unarchiveObjectWithData(archive({})).isAbsent());
-  const NYBDynamicValue small = NYBKeyedUnarchiver::unarchiveObjectWithData(archive(7u));
-  EXPECT_EQ(small.kind(), NYBDynamicValue::Kind::Unsigned);
 }
 
 TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
@@ -138,10 +136,8 @@ TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
   EXPECT_TRUE(decoded->isEqual(*employee)) << decoded->description();
   const auto lines = log.lines();
   ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].rfind("*** Caught exception encoding value for key \"address\" on class "
-                           "TestEmployee: ",
-                           0),
-            0u)
+  EXPECT_TRUE(lines[0].starts_with(
+      "*** Caught exception encoding value for key \"address\" on class TestEmployee: "))
       << lines[0];
 
   // At the root nothing catches the failure.

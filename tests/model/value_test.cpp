@@ -6,7 +6,6 @@
 
 #include "NymbrelCore/NYBArray.h"
 #include "NymbrelCore/NYBDictionary.h"
-#include "support/TestModels.h"
 
 namespace nyb {
 namespace {
@@ -57,16 +56,6 @@ TEST(DynamicValue, ContainersCompareByContentAndDictionariesIgnoreOrder) {
   edited.set("b", NYBDynamicValue());
   EXPECT_EQ(edited, (NYBDictionary{{"a", 5}}));
   EXPECT_EQ(ab["a"], NYBDynamicValue(1)) << "the original is untouched";
-
-  // Keys of any kind, models included, found by equality.
-  auto key = std::make_shared<test::TestAddress>();
-  key->street = "1 Main St";
-  auto equalKey = key->copy();
-  NYBDictionary byModel;
-  byModel.set(key, "photo.png");
-  EXPECT_EQ(byModel[NYBDynamicValue(equalKey)], NYBDynamicValue("photo.png"));
-  EXPECT_TRUE(byModel.remove(equalKey));
-  EXPECT_TRUE(byModel.empty());
 }
 
 TEST(DynamicValue, DeeplyNestedKeysCompareInLinearTime) {
