@@ -216,20 +216,6 @@ TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
     ASSERT_TRUE(decodes(bytes, &decoded));
     expectSameTree(decoded, expected);
   }
-
-  // Two keys nested 200 deep that differ only at the bottom: telling them
-  // apart must not take time exponential in the depth.
-  const NYBData nestedKeys = craft([](auto& packer) {
-    packer.pack_map(2);
-    for (int key = 1; key <= 2; ++key) {
-      for (int depth = 0; depth < 200; ++depth) packer.pack_map(1);
-      packer.pack_int(key);
-      for (int depth = 0; depth < 201; ++depth) packer.pack_int(0);
-    }
-  });
-  NYBDynamicValue decoded;
-  ASSERT_TRUE(decodes(nestedKeys, &decoded));
-  EXPECT_EQ(decoded.dictionary()->size(), 2u);
 }
 
 TEST(Archive, DamagedAndHostileBytesFailWithoutCrashing) {
