@@ -196,9 +196,7 @@ TEST(RecordTypes, DiabetesStringsFollowTheirTables) {
   NYBDiabetes d;
   EXPECT_EQ(d.JSONObject()["relationship_to_meal"], NYBDynamicValue(""));
   d.setRelationshipToMeal(NYBMealRelationship(9));
-  std::optional<std::string> text = NYBJSONSerialization::dataWithJSONObject(d.JSONObject());
-  ASSERT_TRUE(text);
-  EXPECT_NE(text->find(R"("relationship_to_meal":null)"), text->npos);
+  EXPECT_TRUE(d.JSONObject()["relationship_to_meal"].isNull());
 
   // Their places in the extras are the record builder's test.
   d.setExtras({});
@@ -219,7 +217,6 @@ TEST(RecordTypes, IntraDayComputesItsFieldsAndSendsOnlyItsOwnKeys) {
   test::TimeZoneOverride zone("America/New_York");
   NYBIntraDay first;
   NYBIntraDay second;
-  EXPECT_EQ(first.activityID().stringView().size(), 36u);
   EXPECT_NE(first.activityID(), second.activityID());
 
   NYBDictionary json = first.JSONObject();
