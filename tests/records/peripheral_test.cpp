@@ -55,12 +55,6 @@ std::vector<std::uint64_t> ids(const NYBPeripheralList& list) {
   return result;
 }
 
-NYBDynamicValue throughJSONText(const NYBDictionary& document) {
-  std::optional<std::string> text = NYBJSONSerialization::dataWithJSONObject(document);
-  EXPECT_TRUE(text);
-  return text ? NYBJSONSerialization::JSONObjectWithData(*text) : NYBDynamicValue();
-}
-
 // Companion modules register their classes before records look them up.
 [[maybe_unused]] const bool kRegistered = (BluetoothPeripheral::staticClass(), true);
 
@@ -88,7 +82,7 @@ TEST(Peripherals, QueriesFilterTheCatalogueOfTheClassAskedInItsOwnTypeNames) {
   entry->setModel("H1");
   entry->setManufacturer("Pulse");
   entry->setImageURL(*NYBURL::URLWithString("https://img.example/h1.png?size=2"));
-  NYBDynamicValue written = throughJSONText(entry->JSONObject());
+  const NYBDynamicValue written = entry->JSONObject();
   EXPECT_EQ(written, NYBJSONSerialization::JSONObjectWithData(
                          R"({"ID":8,"Type":"bt Heart Rate Monitor","Model":"H1",
                          "Manufacturer":"Pulse","PeripheralImageURL":"https://img.example/h1.png?size=2",
@@ -121,7 +115,7 @@ TEST(Peripherals, RecordsAreMadeForTheirKindAndFindTheirEntryAfterJSON) {
     // JSON carries only the extras entries; the catalogue of the class that
     // answers the connection type gives the entry back, and the record keeps it.
     auto parsed = std::static_pointer_cast<NYBRecord>(
-        record->classObject().modelFromJSONObject(throughJSONText(record->JSONObject())));
+        record->classObject().modelFromJSONObject(record->JSONObject()));
     EXPECT_TRUE(parsed->associatedPeripheral().isAbsent());
     std::shared_ptr<NYBPeripheral> found = parsed->peripheral();
     ASSERT_TRUE(found);
