@@ -135,8 +135,6 @@ TEST(ModelBase, CopiesAndEqualityNeedTheExactClassAndEqualValues) {
   EXPECT_TRUE(copy->isEqual(*person) && copy->hash() == person->hash());
   EXPECT_TRUE(copy->city.isAbsent());
   EXPECT_EQ(copy->address.object(), person->address.object()) << "copies are shallow";
-  copy->tags = NYBDictionary{{"blood", "A+"}, {"steps", 1200.0}};  // numbers by value
-  EXPECT_TRUE(copy->isEqual(*person) && copy->hash() == person->hash());
   copy->age = 37;
   EXPECT_FALSE(copy->isEqual(*person));
 
