@@ -67,9 +67,7 @@ TEST(Peripherals, QueriesFilterTheCatalogueOfTheClassAskedInItsOwnTypeNames) {
   EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeNone)),
             (std::vector<std::uint64_t>{5, 6}));
   // Disabled entries are still found by number.
-  std::shared_ptr<NYBPeripheral> second = bluetooth.peripheralForID(2);
-  ASSERT_TRUE(second);
-  EXPECT_TRUE(second->disabled());
+  EXPECT_TRUE(bluetooth.peripheralForID(2) && bluetooth.peripheralForID(2)->disabled());
   EXPECT_FALSE(bluetooth.peripheralForID(99));
 
   EXPECT_EQ(bluetooth.peripheralForID(1)->name(), "Acme T1");

@@ -3,11 +3,9 @@
 
 #include <optional>
 
-#include "NymbrelCore/NYBConstants.h"
 #include "NymbrelCore/NYBLogging.h"
 #include "NymbrelCore/NYBSession.h"
 #include "platform/Device.h"
-#include "support/LogCapture.h"
 
 namespace nyb {
 namespace {
@@ -30,13 +28,12 @@ TEST(LibraryIdentity, VersionComesFromTheBundleInformation) {
   platform::setBundleInfoDictionary(id, previous);
 }
 
+// Without a log capture, the platform log writes to standard error too.
 TEST(Logging, TheLogFunctionStaysSilentWhateverTheSwitch) {
   NYBLogging::sharedInstance().setIsEnabled(true);
-  test::LogCapture log;
   testing::internal::CaptureStderr();
   NYBLog("%s and %d", "text", 42);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_TRUE(log.lines().empty());
   NYBLogging::sharedInstance().setIsEnabled(false);
 }
 
