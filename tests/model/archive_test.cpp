@@ -15,7 +15,6 @@
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBKeyedArchiver.h"
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
-#include "NymbrelCore/NYBURL.h"
 #include "ValueGenerator.h"
 #include "model/ArchiveFormat.h"
 #include "support/LogCapture.h"
