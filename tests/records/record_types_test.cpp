@@ -78,10 +78,6 @@ void fillIntraDay(NYBRecord& r) {
   i.addValue(420, NYBDate(1456819200), NYBDate(1456820100));
   i.addValue(35.5, NYBDate(1456820100), NYBDate(1456821000));
   i.setDevice(NYBDictionary{{"id", "band-1"}, {"manufacturer", "Acme"}, {"model", "Step 2"}});
-  i.setOriginalSource("Maker");
-  i.setTimestamp(NYBDate(1456841109));
-  i.setActivityID("A1B2");
-  i.setIntermediarySource("Relay");
   i.setType("walking");  // type and unit keep their one value
   i.setUnit("metres");
 }
@@ -128,21 +124,16 @@ TEST(RecordTypes, EachTypeWritesItsDocumentAndReadsItBack) {
     std::shared_ptr<NYBRecord> record = NYBRecord::newRecordWithType(type);
     ASSERT_TRUE(record);
     EXPECT_EQ(record->recordType(), type);
-    if (type == NYBRecordTypeIntraDay) {
-      fillIntraDay(*record);
-    } else {
-      fillCommon(*record);
-      fillOwn(*record);
-    }
+    fillCommon(*record);  // intraday too: common fields outside its key map never travel
+    type == NYBRecordTypeIntraDay ? fillIntraDay(*record) : fillOwn(*record);
     NYBDynamicValue expected = parse(document);
     NYBDictionary json = record->JSONObject();
     EXPECT_EQ(NYBDynamicValue(json), expected) << NYBDynamicValue(json).description();
     EXPECT_EQ(json.stringKeys(), expected.dictionary()->stringKeys());
 
-    std::shared_ptr<NYBModel> parsed = record->classObject().modelFromJSONObject(expected);
-    EXPECT_TRUE(parsed->isEqual(*record)) << parsed->description() << record->description();
-    fillCommon(*record);  // common fields outside a type's key map never travel
-    EXPECT_EQ(NYBDynamicValue(record->JSONObject()), expected);
+    // Read back, the record writes the same document again.
+    EXPECT_EQ(NYBDynamicValue(record->classObject().modelFromJSONObject(expected)->JSONObject()),
+              expected);
   }
   EXPECT_FALSE(NYBRecord::newRecordWithType(NYBRecordTypeNone));
   EXPECT_FALSE(NYBRecord::newRecordWithType(NYBRecordType(9)));
