@@ -88,8 +88,9 @@ TEST(ModelBase, JSONObjectFollowsTheKeyMapAndLeavesOutWhatIsUnset) {
   EXPECT_EQ(json.stringKeys(), expectedOrder)
       << "keys in key-map order; unset, null-marker, one-way-transformed-but-unset and "
          "non-property keys left out";
-  NYBDictionary address{{"street", "1 Main St"}, {"city", "London"}};
-  EXPECT_EQ(json["address"], NYBDynamicValue(address)) << "the reverse transformer nests it";
+  EXPECT_EQ(json["address"],
+            NYBDynamicValue(NYBDictionary{{"street", "1 Main St"}, {"city", "London"}}))
+      << "the reverse transformer nests it";
 
   // A one-way transformer is ignored on the way out: the raw value is written.
   person->kind = NYBArray{1, 2};
