@@ -83,14 +83,12 @@ TEST(ModelBase, JSONObjectFollowsTheKeyMapAndLeavesOutWhatIsUnset) {
   person->identifier = NYBDynamicValue::null();
   NYBDictionary json = person->JSONObject();
 
-  std::vector<std::string> expectedOrder = {"name", "birth_day", "address", "tags",
-                                            "city", "age",       "active"};
-  EXPECT_EQ(json.stringKeys(), expectedOrder)
-      << "keys in key-map order; unset, null-marker, one-way-transformed-but-unset and "
-         "non-property keys left out";
-  EXPECT_EQ(json["address"],
-            NYBDynamicValue(NYBDictionary{{"street", "1 Main St"}, {"city", "London"}}))
-      << "the reverse transformer nests it";
+  // Keys in key-map order; unset, null-marker, one-way-transformed-but-unset and non-property
+  // keys left out.
+  EXPECT_EQ(json.stringKeys(), (std::vector<std::string>{"name", "birth_day", "address", "tags",
+                                                         "city", "age", "active"}));
+  NYBDictionary address{{"street", "1 Main St"}, {"city", "London"}};
+  EXPECT_EQ(json["address"], NYBDynamicValue(address)) << "the reverse transformer nests it";
 
   // A one-way transformer is ignored on the way out: the raw value is written.
   person->kind = NYBArray{1, 2};
@@ -203,9 +201,9 @@ TEST(Measurement, DictionaryNeedsValueAndUnitTakenAsTheyAreTheDecimalIsExactCopi
   EXPECT_EQ(NYBMeasurement("0.12345678901234567890123", "kg").decimalValue().stringValue(),
             "0.12345678901234567890123");
 
-  EXPECT_TRUE(NYBMeasurement("abc", "C").decimalValue().isNaN());
-  EXPECT_TRUE(NYBMeasurement("1,5", "C").decimalValue().isNaN());  // the point is the separator
-  EXPECT_TRUE(NYBMeasurement(NYBDynamicValue::null(), "C").decimalValue().isNaN());
+  // Not numbers: the point is the only decimal separator.
+  for (const auto& text : {NYBDynamicValue("abc"), NYBDynamicValue("1,5"), NYBDynamicValue::null()})
+    EXPECT_TRUE(NYBMeasurement(text, "C").decimalValue().isNaN()) << text.description();
 
   // Derived on every read, and visible to the generic machinery.
   fever.setValue("99.1");
