@@ -18,8 +18,6 @@
 namespace nyb {
 namespace {
 
-const NYBDate kMidnight(1456790400);  // 2016-03-01 00:00:00 UTC
-
 NYBDynamicValue parse(const std::string& text) {
   NYBDynamicValue value = NYBJSONSerialization::JSONObjectWithData(text);
   EXPECT_TRUE(value.isDictionary()) << text;
@@ -28,7 +26,7 @@ NYBDynamicValue parse(const std::string& text) {
 
 NYBDynamicValue decimal(const char* text) { return NYBDecimal::fromString(text); }
 
-// The fields every record type but the intraday one sends, and their document.
+// The common fields, and the document of them that every type but the intraday one sends.
 void fillCommon(NYBRecord& r) {
   r.setTimestamp(NYBDate(1456841109));  // 2016-03-01 14:05:09 UTC
   r.setOriginalSource("Maker");
@@ -55,25 +53,18 @@ void fillOwn(NYBRecord& r) {
   for (const auto& field : records::describeRecordType(r.recordType())->fields) {
     if (!field.isDocumentProperty()) continue;
     ++n;
-    switch (field.kind) {
-      case records::FieldKind::Text:
-        r.setValue("t" + std::to_string(n), field.property);
-        break;
-      case records::FieldKind::DateTime:
-        r.setValue(NYBDate(1456813800), field.property);
-        break;
-      case records::FieldKind::MealRelationship:
-        r.setValue(std::uint64_t{NYBMealRelationshipBefore}, field.property);
-        break;
-      default:
-        r.setValue(n, field.property);
-    }
+    NYBDynamicValue value = n;
+    if (field.kind == records::FieldKind::Text) value = "t" + std::to_string(n);
+    if (field.kind == records::FieldKind::DateTime) value = NYBDate(1456813800);
+    if (field.kind == records::FieldKind::MealRelationship)
+      value = std::uint64_t{NYBMealRelationshipBefore};
+    r.setValue(value, field.property);
   }
 }
 
 void fillIntraDay(NYBRecord& r) {
   auto& i = dynamic_cast<NYBIntraDay&>(r);
-  i.setStart(kMidnight);
+  i.setStart(NYBDate(1456790400));
   i.setEnd(NYBDate(1456876800));
   i.addValue(420, NYBDate(1456819200), NYBDate(1456820100));
   i.addValue(35.5, NYBDate(1456820100), NYBDate(1456821000));
