@@ -102,12 +102,10 @@ TEST(Record, ExtrasKeepTheCommentAndRawMeasurementsAndDropWhenEmpty) {
   record.setRawMeasurement(std::make_shared<NYBMeasurement>("150", "lb"), "weight");
   record.setRawMeasurement(std::make_shared<NYBMeasurement>("98.6", "F"), "temperature");
   record.setRawMeasurement(std::make_shared<NYBMeasurement>("151", "lb"), "weight");
-  EXPECT_EQ(
-      record.extras(),
-      NYBDynamicValue(NYBDictionary{
-          {"raw_data",
-           NYBDictionary{{"weight", NYBDictionary{{"value", "151"}, {"unit", "lb"}}},
-                         {"temperature", NYBDictionary{{"value", "98.6"}, {"unit", "F"}}}}}}));
+  // Their place in the extras is the record builder's test.
+  EXPECT_EQ(record.rawData(),
+            (NYBDictionary{{"weight", NYBDictionary{{"value", "151"}, {"unit", "lb"}}},
+                           {"temperature", NYBDictionary{{"value", "98.6"}, {"unit", "F"}}}}));
   EXPECT_TRUE(record.rawMeasurementForField("temperature")->isEqual(NYBMeasurement("98.6", "F")));
 }
 
