@@ -93,6 +93,9 @@ TEST(ModelBase, JSONObjectFollowsTheKeyMapAndLeavesOutWhatIsUnset) {
   // A one-way transformer is ignored on the way out: the raw value is written.
   person->kind = NYBArray{1, 2};
   EXPECT_EQ(person->JSONObject()["kind"], NYBDynamicValue(NYBArray{1, 2}));
+  // A reverse transformer that gives nothing leaves the document unwritable.
+  person->birthday = "not a date";
+  EXPECT_THROW(person->JSONObject(), NYBInvalidArgumentException);
 }
 
 TEST(ModelBase, ModelFromJSONObjectKeepsDefaultsForMissingOrNullKeysUnlessATransformerAnswers) {
@@ -158,6 +161,10 @@ TEST(ValueTransformer, FactoriesGiveTheClassThatDecidesReversal) {
     auto twoWay = NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent, reverse);
     EXPECT_EQ(&twoWay->classObject(), &NYBReversibleValueTransformer::staticClass());
     EXPECT_TRUE(twoWay->allowsReverseTransformation());
+    if (!reverse) {
+      auto& trap = static_cast<NYBReversibleValueTransformer&>(*twoWay);
+      EXPECT_THROW(trap.reverseTransformedValue(1), NYBInvalidArgumentException);
+    }
   }
   // One block serving both ways; blocks see every value, absent included.
   auto both = NYBReversibleValueTransformer::transformerUsingReversibleBlock(emptyArrayForAbsent);
