@@ -56,8 +56,6 @@ TEST(Record, PlainInitialiserSetsTheSourceAndTheDeviceDescriptionOnly) {
                                  {"nymbrel_library_version", bundle::kShortVersionString}}));
   EXPECT_EQ(record.JSONObject().stringKeys(),
             (std::vector<std::string>{"source", "source_name", "extras"}));
-  EXPECT_EQ(record.recordType(), NYBRecordTypeNone);
-  EXPECT_EQ(NYBRecord::nameForRecordType(NYBRecordTypeIntraDay), "Intraday");
   EXPECT_EQ(NYBRecord::nameForRecordType(NYBRecordType(9)), "Unknown");
 }
 
