@@ -156,16 +156,19 @@ TEST(ValueTransformer, FactoriesGiveTheClassThatDecidesReversal) {
   EXPECT_EQ(&oneWay->classObject(), &NYBValueTransformer::staticClass());
   EXPECT_FALSE(oneWay->allowsReverseTransformation() || oneWay->reverseBlock());
   // Two functions give the reversible class whatever class is asked, even when the reverse one is
-  // null: that transformer claims reversal and fails when asked.
-  for (const NYBTransformerBlock& reverse : {NYBTransformerBlock(emptyArrayForAbsent), {}}) {
-    auto twoWay = NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent, reverse);
-    EXPECT_EQ(&twoWay->classObject(), &NYBReversibleValueTransformer::staticClass());
-    EXPECT_TRUE(twoWay->allowsReverseTransformation());
-    if (!reverse) {
-      auto& trap = static_cast<NYBReversibleValueTransformer&>(*twoWay);
-      EXPECT_THROW(trap.reverseTransformedValue(1), NYBInvalidArgumentException);
-    }
+  // null; so does the reversible class's one-function factory. Without a reverse function a
+  // transformer claims reversal and fails when asked.
+  const std::shared_ptr<NYBValueTransformer> reversible[] = {
+      NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent, emptyArrayForAbsent),
+      NYBValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent, nullptr),
+      NYBReversibleValueTransformer::transformerUsingForwardBlock(emptyArrayForAbsent)};
+  for (const auto& transformer : reversible) {
+    EXPECT_EQ(&transformer->classObject(), &NYBReversibleValueTransformer::staticClass());
+    EXPECT_TRUE(transformer->allowsReverseTransformation());
   }
+  for (const auto& trap : {reversible[1], reversible[2]})
+    EXPECT_THROW(static_cast<NYBReversibleValueTransformer&>(*trap).reverseTransformedValue(1),
+                 NYBInvalidArgumentException);
   // One block serving both ways; blocks see every value, absent included.
   auto both = NYBReversibleValueTransformer::transformerUsingReversibleBlock(emptyArrayForAbsent);
   EXPECT_EQ(static_cast<NYBReversibleValueTransformer&>(*both).reverseTransformedValue({}),

@@ -1,11 +1,14 @@
-// The dynamic value and its containers: kinds, value equality and hashing.
+// The dynamic value and its containers: kinds, value equality, hashing and
+// descriptions; URLs.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
 
 #include "NymbrelCore/NYBArray.h"
+#include "NymbrelCore/NYBData.h"
 #include "NymbrelCore/NYBDictionary.h"
+#include "NymbrelCore/NYBURL.h"
 
 namespace nyb {
 namespace {
@@ -60,6 +63,33 @@ TEST(DynamicValue, DeeplyNestedKeysCompareInLinearTime) {
   };
   EXPECT_NE(nest(1), nest(2));
   EXPECT_EQ(nest(1), nest(1));
+}
+
+TEST(DynamicValue, DescriptionsFollowThePlatformsShapes) {
+  NYBDictionary d{{"plain", "word"}, {"two words", NYBArray{1, NYBDynamicValue::null()}}};
+  EXPECT_EQ(
+      d.description(),
+      "{\n    plain = word;\n    \"two words\" = (\n        1,\n        \"<null>\"\n    );\n}");
+  const std::pair<NYBDynamicValue, const char*> cases[] = {
+      {NYBDynamicValue(), "(null)"},
+      {0.1 + 0.2, "0.30000000000000004"},
+      {true, "1"},
+      {NYBDate(1456841109), "2016-03-01 14:05:09 +0000"},
+      {NYBData(std::string_view("\x01\xff", 2)), "{length = 2, bytes = 0x01ff}"}};
+  for (const auto& [value, text] : cases) EXPECT_EQ(value.description(), text);
+}
+
+TEST(URL, AcceptsOnlyURLCharactersAndSplitsComponents) {
+  for (const char* bad : {"http://h/a b", "http://h/%zz", "http://h/caf\xc3\xa9"})
+    EXPECT_FALSE(NYBURL::URLWithString(bad)) << bad;
+  auto url = NYBURL::URLWithString("https://user@api.example.com:8443/v1/x%2Ey?a=1&b=2#frag");
+  auto v6 = NYBURL::URLWithString("http://[::1]:80/");
+  auto bare = NYBURL::URLWithString("http://h?");  // a lone ? is kept as text
+  ASSERT_TRUE(url && v6 && bare);
+  EXPECT_EQ(std::tuple(url->scheme(), url->host(), url->port(), url->path(), url->query()),
+            std::tuple("https", "api.example.com", 8443, "/v1/x%2Ey", "a=1&b=2"));
+  EXPECT_EQ(std::tuple(v6->host(), v6->port(), bare->query(), bare->absoluteString()),
+            std::tuple("::1", 80, "", "http://h?"));
 }
 
 }  // namespace

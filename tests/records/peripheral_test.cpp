@@ -57,7 +57,7 @@ std::vector<std::uint64_t> ids(const NYBPeripheralList& list) {
 // Companion modules register their classes before records look them up.
 [[maybe_unused]] const bool kRegistered = (BluetoothPeripheral::staticClass(), true);
 
-TEST(Peripherals, QueriesFilterTheCatalogueOfTheClassAskedInItsOwnTypeNames) {
+TEST(Peripherals, TheClassAskedFiltersItsCatalogueNamesItsKindsAndFindsTheEntryOfARecord) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
   EXPECT_EQ(ids(bluetooth.peripherals()), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(ids(bluetooth.supportedPeripherals()), (std::vector<std::uint64_t>{1, 3, 4, 5, 6}));
@@ -76,15 +76,13 @@ TEST(Peripherals, QueriesFilterTheCatalogueOfTheClassAskedInItsOwnTypeNames) {
   const NYBDynamicValue document = NYBJSONSerialization::JSONObjectWithData(
       R"({"ID":8,"Type":"bt Heart Rate Monitor","Model":"H1","Manufacturer":"Pulse",
       "PeripheralImageURL":"https://img.example/h1.png?size=2","Disabled":false})");
-  auto entry = BluetoothPeripheral::modelFromJSONObject(document);
-  EXPECT_EQ(entry->type(), NYBPeripheralTypeHeartRate);
-  EXPECT_EQ(NYBDynamicValue(entry->JSONObject()), document);
-  auto base = NYBPeripheral::modelWithDictionary(entry->dictionaryValue());
+  auto heartRate = BluetoothPeripheral::modelFromJSONObject(document);
+  EXPECT_EQ(heartRate->type(), NYBPeripheralTypeHeartRate);
+  EXPECT_EQ(NYBDynamicValue(heartRate->JSONObject()), document);
+  auto base = NYBPeripheral::modelWithDictionary(heartRate->dictionaryValue());
   EXPECT_EQ(base->JSONObject()["Type"], NYBDynamicValue("Heart Rate Monitor"));
-}
 
-TEST(Peripherals, RecordsAreMadeForTheirKindAndFindTheirEntryAfterJSON) {
-  const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
+  // Records are made for their kind, and find their entry again after JSON.
   const std::pair<std::uint64_t, const NYBClass&> kinds[] = {{1, NYBBiometrics::staticClass()},
                                                              {4, NYBDiabetes::staticClass()}};
   for (const auto& [id, recordClass] : kinds) {

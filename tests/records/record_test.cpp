@@ -56,6 +56,7 @@ TEST(Record, PlainInitialiserSetsTheSourceAndTheDeviceDescriptionOnly) {
                                  {"nymbrel_library_version", bundle::kShortVersionString}}));
   EXPECT_EQ(record.JSONObject().stringKeys(),
             (std::vector<std::string>{"source", "source_name", "extras"}));
+  EXPECT_EQ(record.recordType(), NYBRecordTypeNone);
   EXPECT_EQ(NYBRecord::nameForRecordType(NYBRecordType(9)), "Unknown");
 }
 
@@ -80,7 +81,7 @@ TEST(Record, TimestampTakesTheDeviceOffsetAtThatInstant) {
   EXPECT_EQ(parsed->utcOffset(), NYBDynamicValue("+01:00"));
 }
 
-TEST(Record, ExtrasKeepTheCommentAndRawMeasurementsAndDropWhenEmpty) {
+TEST(Record, ExtrasKeepRawMeasurementsAndDropWhenEmptyAndSetMeasurementValueLogsFailures) {
   TestRecord record;
   record.setExtras(NYBDictionary{{"a", 1}});
   record.setExtraValue(NYBDynamicValue::null(), "b");  // the null marker is a value
@@ -105,13 +106,11 @@ TEST(Record, ExtrasKeepTheCommentAndRawMeasurementsAndDropWhenEmpty) {
             (NYBDictionary{{"weight", NYBDictionary{{"value", "151"}, {"unit", "lb"}}},
                            {"temperature", NYBDictionary{{"value", "98.6"}, {"unit", "F"}}}}));
   EXPECT_TRUE(record.rawMeasurementForField("temperature")->isEqual(NYBMeasurement("98.6", "F")));
-}
 
-TEST(Record, SetMeasurementValueRunsSettersAndLogsWhatItCatches) {
+  // setMeasurementValue runs setters, ignores units on the base, and logs what it catches.
   test::LogCapture log;
-  TestRecord record;
   record.setMeasurementValue(7, "steps");
-  record.setMeasurementValue(75.5, NYBWeightUnitPounds, "steps");  // nothing on the base
+  record.setMeasurementValue(75.5, NYBWeightUnitPounds, "steps");
   EXPECT_EQ(record.steps, 7u);
   NYBDictionary before = record.dictionaryValue();
 

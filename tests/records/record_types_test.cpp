@@ -135,7 +135,6 @@ TEST(RecordTypes, EachTypeWritesItsDocumentAndReadsItBack) {
 TEST(RecordTypes, UnitFieldsGiveBackWhatWasEnteredExactly) {
   NYBWeight weight;
   weight.setWeight(150, NYBWeightUnitPounds);
-  EXPECT_EQ(weight.weightWithUnit(NYBWeightUnitKilograms), NYBDynamicValue(150 * 0.45359237));
   weight.setWeight(70, NYBWeightUnitKilograms);  // replaces the field, not what was entered
   EXPECT_EQ(weight.weight(), NYBDynamicValue(70.0));
   EXPECT_EQ(weight.weightWithUnit(NYBWeightUnitPounds), decimal("150"));
@@ -157,7 +156,7 @@ TEST(RecordTypes, UnitFieldsGiveBackWhatWasEnteredExactly) {
 }
 
 // The heart rates' places in the extras are the record builder's test.
-TEST(RecordTypes, BiometricsKeepArterialPressureLocalAndReadHeartRatesFromExtras) {
+TEST(RecordTypes, BiometricsAndDiabetesReadTheirOwnFields) {
   NYBBiometrics bio;
   bio.setArterialPressure(93);
   for (const std::string& key : bio.JSONObject().stringKeys())
@@ -169,9 +168,8 @@ TEST(RecordTypes, BiometricsKeepArterialPressureLocalAndReadHeartRatesFromExtras
   parsed->setMaxHeartRate(170);
   parsed->setMedianHeartRate({});
   EXPECT_EQ(parsed->extras(), NYBDynamicValue(NYBDictionary{{"max_heartrate", 170}}));
-}
 
-TEST(RecordTypes, DiabetesStringsFollowTheirTables) {
+  // Diabetes strings follow their tables.
   EXPECT_EQ(NYBDiabetes::modelFromJSONObject(parse(R"({"relationship_to_meal":"Before"})"))
                 ->relationshipToMeal(),
             NYBMealRelationshipNone);
@@ -211,11 +209,6 @@ TEST(RecordTypes, IntraDayComputesItsFieldsAndSendsOnlyItsOwnKeys) {
   first.setRange(NYBDictionary{{"start", "yesterday"}, {"end", "2016-03-01T23:59:59+00:00"}});
   EXPECT_TRUE(first.start().isAbsent());
   EXPECT_EQ(first.end(), NYBDynamicValue(NYBDate(1456876799)));
-
-  // The device dictionary is read from "device" only.
-  EXPECT_EQ(
-      NYBIntraDay::modelFromJSONObject(parse(R"({"intraday_device":{"id":"x"}})"))->deviceSource(),
-      NYBDynamicValue(""));
 
   // Copies keep dates exactly, although the range holds whole seconds only.
   second.setStart(NYBDate(1456790400.25));
