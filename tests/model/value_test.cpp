@@ -65,7 +65,7 @@ TEST(DynamicValue, DeeplyNestedKeysCompareInLinearTime) {
   EXPECT_EQ(nest(1), nest(1));
 }
 
-TEST(DynamicValue, DescriptionsFollowThePlatformsShapes) {
+TEST(DynamicValue, DescriptionsFollowThePlatformsShapesAndURLsSplitIntoComponents) {
   NYBDictionary d{{"plain", "word"}, {"two words", NYBArray{1, NYBDynamicValue::null()}}};
   EXPECT_EQ(
       d.description(),
@@ -77,9 +77,8 @@ TEST(DynamicValue, DescriptionsFollowThePlatformsShapes) {
       {NYBDate(1456841109), "2016-03-01 14:05:09 +0000"},
       {NYBData(std::string_view("\x01\xff", 2)), "{length = 2, bytes = 0x01ff}"}};
   for (const auto& [value, text] : cases) EXPECT_EQ(value.description(), text);
-}
 
-TEST(URL, AcceptsOnlyURLCharactersAndSplitsComponents) {
+  // URLs accept only URL characters and split into their components.
   for (const char* bad : {"http://h/a b", "http://h/%zz", "http://h/caf\xc3\xa9"})
     EXPECT_FALSE(NYBURL::URLWithString(bad)) << bad;
   auto url = NYBURL::URLWithString("https://user@api.example.com:8443/v1/x%2Ey?a=1&b=2#frag");

@@ -59,12 +59,11 @@ std::vector<std::uint64_t> ids(const NYBPeripheralList& list) {
 
 TEST(Peripherals, TheClassAskedFiltersItsCatalogueNamesItsKindsAndFindsTheEntryOfARecord) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
-  EXPECT_EQ(ids(bluetooth.peripherals()), (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6}));
-  EXPECT_EQ(ids(bluetooth.supportedPeripherals()), (std::vector<std::uint64_t>{1, 3, 4, 5, 6}));
-  EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeThermometer)),
-            (std::vector<std::uint64_t>{1, 3}));
-  EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeNone)),
-            (std::vector<std::uint64_t>{5, 6}));
+  EXPECT_EQ((std::vector{ids(bluetooth.peripherals()), ids(bluetooth.supportedPeripherals()),
+                         ids(bluetooth.peripheralsOfType(NYBPeripheralTypeThermometer)),
+                         ids(bluetooth.peripheralsOfType(NYBPeripheralTypeNone))}),
+            (std::vector<std::vector<std::uint64_t>>{
+                {1, 2, 3, 4, 5, 6}, {1, 3, 4, 5, 6}, {1, 3}, {5, 6}}));
   // Disabled entries are still found by number.
   EXPECT_TRUE(bluetooth.peripheralForID(2) && bluetooth.peripheralForID(2)->disabled());
   EXPECT_FALSE(bluetooth.peripheralForID(99));
