@@ -49,8 +49,7 @@ class ValueGenerator {
         NYBDynamicValue::null(), true, false, "", "22 bytes stays inline", "twenty-three bytes long",
         std::string("nul\0inside", 10), 0, -1, 127, 128, -32, -33, I::min(), I::max(), 255u, 256u,
         65536u, 0x100000000ULL, ~0ULL, 0.0, -0.0, 1.0, 0.1, 1e21, 1e-7, D::denorm_min(), D::min(),
-        D::max(),
-        D::quiet_NaN(), D::infinity(), -D::infinity(), NYBDecimal::fromString("98.6"),
+        D::max(), D::quiet_NaN(), D::infinity(), -D::infinity(), NYBDecimal::fromString("98.6"),
         NYBDecimal::fromString("-1.5e+60"), NYBDecimal::notANumber(), NYBDate(1456841109.25),
         NYBData(), *NYBURL::URLWithString("https://example.com/a?b=%20"),
         *NYBURL::URLWithString("relative/path")};
