@@ -135,6 +135,7 @@ TEST(RecordTypes, EachTypeWritesItsDocumentAndReadsItBack) {
 TEST(RecordTypes, UnitFieldsGiveBackWhatWasEnteredExactly) {
   NYBWeight weight;
   weight.setWeight(150, NYBWeightUnitPounds);
+  EXPECT_EQ(weight.weightWithUnit(NYBWeightUnitKilograms), NYBDynamicValue(150 * 0.45359237));
   weight.setWeight(70, NYBWeightUnitKilograms);  // replaces the field, not what was entered
   EXPECT_EQ(weight.weight(), NYBDynamicValue(70.0));
   EXPECT_EQ(weight.weightWithUnit(NYBWeightUnitPounds), decimal("150"));
@@ -165,9 +166,9 @@ TEST(RecordTypes, BiometricsAndDiabetesReadTheirOwnFields) {
       parse(R"({"arterialPressure":93,"arterial_pressure":93,"extras":{"median_heartrate":72}})"));
   EXPECT_TRUE(parsed->arterialPressure().isAbsent());
   EXPECT_EQ(parsed->medianHeartRate(), NYBDynamicValue(72));
-  parsed->setMaxHeartRate(170);
+  parsed->setMinHeartRate(60);
   parsed->setMedianHeartRate({});
-  EXPECT_EQ(parsed->extras(), NYBDynamicValue(NYBDictionary{{"max_heartrate", 170}}));
+  EXPECT_EQ(parsed->extras(), NYBDynamicValue(NYBDictionary{{"min_heartrate", 60}}));
 
   // Diabetes strings follow their tables.
   EXPECT_EQ(NYBDiabetes::modelFromJSONObject(parse(R"({"relationship_to_meal":"Before"})"))
