@@ -13,8 +13,6 @@
 namespace nyb {
 namespace {
 
-using Kind = NYBDynamicValue::Kind;
-
 TEST(DynamicValue, KindsAndNumbersCompareAndHashByValue) {
   using Pair = std::pair<NYBDynamicValue, NYBDynamicValue>;
   const std::uint64_t big = std::numeric_limits<std::uint64_t>::max() - 2047;  // exactly a double
@@ -31,7 +29,6 @@ TEST(DynamicValue, KindsAndNumbersCompareAndHashByValue) {
                                   std::numeric_limits<std::uint64_t>::max()}}) {
     EXPECT_FALSE(a == b || b == a) << a.description() << " / " << b.description();
   }
-  EXPECT_EQ(NYBDynamicValue(std::optional<std::string>()).kind(), Kind::Absent);
   EXPECT_EQ(NYBDynamicValue("Yes").boolValue(), true);
   EXPECT_EQ(NYBDynamicValue(2.9).integerValue(), 2);
   EXPECT_EQ(NYBDynamicValue(1e300).integerValue(), 0) << "out of range reads as 0, no UB";

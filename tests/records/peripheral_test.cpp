@@ -111,7 +111,7 @@ TEST(Peripherals, TheClassAskedFiltersItsCatalogueNamesItsKindsAndFindsTheEntryO
 
   // The base class names kinds in its own words and answers "Unknown"; associating nothing
   // removes the link.
-  auto plain = std::make_shared<NYBPeripheral>();
+  auto plain = NYBPeripheral::modelWithDictionary({});
   plain->setPeripheralID(7);
   plain->setType(NYBPeripheralTypeHeartRate);
   plain->setManufacturer("Pulse");

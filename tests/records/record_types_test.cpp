@@ -169,6 +169,7 @@ TEST(RecordTypes, BiometricsAndDiabetesReadTheirOwnFields) {
   parsed->setMinHeartRate(60);
   parsed->setMedianHeartRate({});
   EXPECT_EQ(parsed->extras(), NYBDynamicValue(NYBDictionary{{"min_heartrate", 60}}));
+  EXPECT_TRUE(parsed->maxHeartRate().isAbsent());
 
   // Diabetes strings follow their tables.
   EXPECT_EQ(NYBDiabetes::modelFromJSONObject(parse(R"({"relationship_to_meal":"Before"})"))
