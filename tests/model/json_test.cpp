@@ -2,7 +2,6 @@
 // output, number kinds, malformed text and values that JSON cannot hold.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -19,8 +18,6 @@
 
 namespace nyb {
 namespace {
-
-using Kind = NYBDynamicValue::Kind;
 
 NYBDynamicValue parse(std::string_view text, std::shared_ptr<NYBError>* error = nullptr) {
   return NYBJSONSerialization::JSONObjectWithData(text, error);
@@ -58,9 +55,7 @@ TEST(JSONSerialization, GeneratedDocumentsSurviveWriteAndReadExactly) {
     const NYBDynamicValue original = i % 2 ? generator.array(4) : generator.dictionary(4);
     ASSERT_TRUE(NYBJSONSerialization::isValidJSONObject(original));
     const std::string text = write(original);
-    std::shared_ptr<NYBError> error;
-    const NYBDynamicValue read = parse(text, &error);
-    ASSERT_TRUE(read.isPresent()) << text << "\n" << error->localizedDescription();
+    const NYBDynamicValue read = parse(text);
     ASSERT_EQ(read, original) << text;
     // Equality compares numbers by value; the text shows any lost bit.
     ASSERT_EQ(write(read), text);
@@ -94,11 +89,11 @@ TEST(JSONSerialization, WritesCompactEscapedTextInKeyOrder) {
             R"("empty":[{},[],""],"skipsAbsent":[1,2]})");
 }
 
-TEST(JSONSerialization, ReadsNumbersIntoTheKindsThatHoldThemExactly) {
+TEST(JSONSerialization, ReadsNumbersExactlyEveryEscapeAndTheLastOfRepeatedKeys) {
   using I = std::numeric_limits<std::int64_t>;
   const struct {
     const char* text;
-    NYBDynamicValue expected;  // compared by kind and bits
+    NYBDynamicValue expected;  // compared by kind and written text
   } cases[] = {
       {"9223372036854775807", I::max()},
       {"-9223372036854775808", I::min()},
@@ -116,35 +111,27 @@ TEST(JSONSerialization, ReadsNumbersIntoTheKindsThatHoldThemExactly) {
   for (const auto& c : cases) {
     const NYBDynamicValue read = parse("[" + std::string(c.text) + "]");
     ASSERT_TRUE(read.isArray()) << c.text;
-    const NYBDynamicValue& number = (*read.array())[0];
-    EXPECT_EQ(number.kind(), c.expected.kind()) << c.text;
-    EXPECT_EQ(number, c.expected) << c.text;
-    if (number.kind() == Kind::Real) {
-      EXPECT_EQ(std::signbit(number.doubleValue()), std::signbit(c.expected.doubleValue()))
-          << c.text;
-    }
+    EXPECT_EQ((*read.array())[0].kind(), c.expected.kind()) << c.text;
+    EXPECT_EQ(write(read), write(NYBArray{c.expected})) << c.text;  // the writer shows every bit
   }
-}
 
-// Escapes the writer never uses; repeated keys keep their first place and
-// their last value, in small and in indexed dictionaries.
-TEST(JSONSerialization, ReadsEveryEscapeAndTheLastOfRepeatedKeys) {
+  // Escapes the writer never uses; repeated keys keep their first place and
+  // their last value, in small and in indexed dictionaries.
   EXPECT_EQ(parse(R"(["\u00e9\ud83d\ude00\u0000\/"])"),
             NYBDynamicValue(NYBArray{std::string("é😀\0/", 8)}));
   for (int size : {3, 40}) {
     std::string text = " \n\t{";
-    for (int i = 0; i < size; ++i)
+    NYBDictionary expected;
+    for (int i = 0; i < size; ++i) {
       text += "\"k" + std::to_string(i) + "\":" + std::to_string(i) + ",";
-    text += R"("k1":"one","k0":null,"k1":"last"})"
-            "\r\n";
-    const NYBDynamicValue read = parse(text);
+      expected.set("k" + std::to_string(i), i);
+    }
+    expected.set("k0", NYBDynamicValue::null());
+    expected.set("k1", "last");
+    const NYBDynamicValue read = parse(text + R"("k1":"one","k0":null,"k1":"last"})" + "\r\n");
     ASSERT_TRUE(read.isDictionary()) << text;
-    const std::vector<std::string> keys = read.dictionary()->stringKeys();
-    ASSERT_EQ(keys.size(), static_cast<std::size_t>(size));
-    for (int i = 0; i < size; ++i) EXPECT_EQ(keys[i], "k" + std::to_string(i));
-    EXPECT_EQ((*read.dictionary())["k1"], NYBDynamicValue("last"));
-    EXPECT_TRUE((*read.dictionary())["k0"].isNull());
-    EXPECT_EQ((*read.dictionary())["k2"], NYBDynamicValue(2));
+    EXPECT_EQ(*read.dictionary(), expected);
+    EXPECT_EQ(read.dictionary()->stringKeys(), expected.stringKeys());
   }
 }
 
@@ -175,37 +162,15 @@ TEST(JSONSerialization, MalformedTextGivesAnErrorAndNoValue) {
     EXPECT_TRUE(parse(text).isAbsent()) << "without an error pointer";
   }
 
-  auto describe = [](std::string_view text) {
-    std::shared_ptr<NYBError> error;
-    parse(text, &error);
-    return error ? error->localizedDescription() : "no error";
-  };
-  EXPECT_EQ(describe(R"({"a":1 "b":2})"),
-            "The JSON text is not valid at offset 7: Missing a comma or '}' after an object "
-            "member.");
-  EXPECT_EQ(describe("1"), "The JSON text's top level must be an array or an object.");
-  EXPECT_EQ(describe("[1, 1e400]"), "A number in the JSON text is out of range at offset 4.");
-  EXPECT_EQ(describe("[0, 123456789012345678901234567890e300]"),
-            "A number in the JSON text is out of range at offset 4.");
-  EXPECT_EQ(describe(std::string("[1] \0 x", 7)),
-            "The JSON text is not valid at offset 4: The document root must not be followed by "
-            "other values.");
-  EXPECT_NE(describe("[\"\xff\"]").find("at offset 2"), std::string::npos);
-  EXPECT_NE(describe(nested(513)).find("nested too deeply"), std::string::npos);
-
   // Writing is bounded at the same depth as reading.
   EXPECT_EQ(parse(nested(512)), nestedValue(512));
   EXPECT_EQ(write(nestedValue(512)), nested(512));
   EXPECT_NE(writeFailure(nestedValue(513)).find("nested"), std::string::npos);
-  std::string objects;
-  for (int i = 0; i < 512; ++i) objects += "{\"a\":";
-  EXPECT_TRUE(parse(objects + "1" + std::string(512, '}')).isDictionary());
 }
 
 TEST(JSONSerialization, ValuesJSONCannotHoldFailToWrite) {
   const double inf = std::numeric_limits<double>::infinity();
   const auto object = NYBError::errorWithDescription("d", 1, "e");
-  const std::string nonString = "Invalid (non-string) key in JSON dictionary.";
   const std::pair<NYBDynamicValue, std::string> cases[] = {
       {NYBDate(0), "Invalid type in JSON write (NYBDate)."},
       {NYBData(std::string_view("x")), "Invalid type in JSON write (NYBData)."},
@@ -215,8 +180,7 @@ TEST(JSONSerialization, ValuesJSONCannotHoldFailToWrite) {
       {-inf, "Invalid number value (infinite) in JSON write."},
       {NYBDecimal::notANumber(), "Invalid number value (NaN) in JSON write."},
       {NYBDecimal::fromString("-2e400"), "Invalid number value (out of range) in JSON write."},
-      {NYBDictionary{{"a", 1}, {2, "b"}}, nonString},
-      {NYBDictionary{{NYBDynamicValue::null(), 1}}, nonString},
+      {NYBDictionary{{"a", 1}, {2, "b"}}, "Invalid (non-string) key in JSON dictionary."},
       {"\xed\xa0\x80", "UTF-8"},
       {NYBDictionary{{"ok\xc3", 1}}, "UTF-8"}};
   // Whole messages, but only the encoding is named where a string is not UTF-8.
@@ -233,8 +197,7 @@ TEST(JSONSerialization, ValuesJSONCannotHoldFailToWrite) {
   EXPECT_EQ(write(NYBArray{NYBDecimal::fromString("1.5e300"), NYBDecimal::fromString("-1e-400")}),
             "[1.5e+300,-1e-400]");
   for (const NYBDynamicValue& top :
-       {NYBDynamicValue(), NYBDynamicValue::null(), NYBDynamicValue("x"), NYBDynamicValue(1),
-        NYBDynamicValue(true), NYBDynamicValue(NYBDate(0))}) {
+       {NYBDynamicValue(), NYBDynamicValue::null(), NYBDynamicValue("x"), NYBDynamicValue(1)}) {
     EXPECT_EQ(writeFailure(top), "Invalid top-level type in JSON write.");
   }
   EXPECT_TRUE(NYBJSONSerialization::dataWithJSONObject(NYBArray{inf}) == std::nullopt);

@@ -1,77 +1,52 @@
 // The peripheral catalogue and the link between a record and its peripheral,
-// through two companion classes registered under the names records look up.
+// through a companion class registered under a name records look up.
 
 #include <gtest/gtest.h>
 
 #include "NymbrelCore/NYBBiometrics.h"
 #include "NymbrelCore/NYBDiabetes.h"
 #include "NymbrelCore/NYBJSONSerialization.h"
-#include "NymbrelCore/NYBKeyedArchiver.h"
-#include "NymbrelCore/NYBKeyedUnarchiver.h"
 #include "NymbrelCore/NYBPeripheral.h"
-#include "NymbrelCore/NYBURL.h"
 #include "NymbrelCore/NYBWeight.h"
 
 namespace nyb {
 namespace {
 
-NYBArray catalogue(const char* json) {
-  NYBDynamicValue entries = NYBJSONSerialization::JSONObjectWithData(json);
-  return entries.array() != nullptr ? *entries.array() : NYBArray();
-}
-
+// Names its kinds in its own words, so its catalogue does too.
 class BluetoothClass : public NYBPeripheralClass {
  public:
   using NYBPeripheralClass::NYBPeripheralClass;
-  static constexpr const char* kName = "NYBBluetoothPeripheral";
   std::string connectionType() const override { return "Bluetooth LE"; }
-  NYBPeripheralList peripherals() const override {
-    return peripheralsFromCatalogueEntries(catalogue(R"([
-      {"ID":1,"Type":"Thermometer","Manufacturer":"Acme","Model":"T1","Disabled":false,
-       "PeripheralImageURL":"https://img.example/t1.png"},
-      {"ID":2,"Type":"Thermometer","Manufacturer":"Acme","Model":"T2","Disabled":true},
-      {"ID":3,"Type":"Thermometer","Manufacturer":"Brio","Model":"T3"},
-      {"ID":4,"Type":"Pulse Oximeter","Manufacturer":"Acme","Model":"P1"},
-      {"ID":6,"Type":"Toaster","Manufacturer":"Acme","Model":"Z1"},
-      "not an entry"])"));
-  }
-};
-
-// Names its kinds in its own words, so its catalogue does too.
-class OCRClass : public NYBPeripheralClass {
- public:
-  using NYBPeripheralClass::NYBPeripheralClass;
-  static constexpr const char* kName = "NYBOCRPeripheral";
-  std::string connectionType() const override { return "OCR"; }
   std::optional<std::string> nameForType(NYBPeripheralType type) const override {
     std::optional<std::string> name = NYBPeripheralClass::nameForType(type);
-    return name ? "ocr " + *name : name;
+    return name ? "bt " + *name : name;
   }
   NYBPeripheralList peripherals() const override {
-    return peripheralsFromCatalogueEntries(catalogue(R"([
-      {"ID":3,"Type":"ocr Glucose Meter","Manufacturer":"Gluco","Model":"G1"},
-      {"ID":4,"Type":"Glucose Meter","Manufacturer":"Gluco","Model":"G0"}])"));
+    return peripheralsFromCatalogueEntries(*NYBJSONSerialization::JSONObjectWithData(R"([
+      {"ID":1,"Type":"bt Thermometer","Manufacturer":"Acme","Model":"T1","Disabled":false},
+      {"ID":2,"Type":"bt Thermometer","Manufacturer":"Acme","Model":"T2","Disabled":true},
+      {"ID":3,"Type":"bt Thermometer","Manufacturer":"Brio","Model":"T3"},
+      {"ID":4,"Type":"bt Glucose Meter","Manufacturer":"Gluco","Model":"G1"},
+      {"ID":5,"Type":"Glucose Meter","Manufacturer":"Gluco","Model":"G0"},
+      {"ID":6,"Type":"bt Toaster","Manufacturer":"Acme","Model":"Z1"},
+      "not an entry"])")
+                                                .array());
   }
 };
 
-// A companion peripheral class whose class object is of type ClassObject.
-// Neither declares a key map: NYBPeripheral's is theirs.
-template <typename ClassObject>
-class Companion : public NYBPeripheral {
-  NYB_DECLARE_MODEL(Companion, NYBPeripheralClass)
+// Declares no key map: NYBPeripheral's is its.
+class BluetoothPeripheral : public NYBPeripheral {
+  NYB_DECLARE_MODEL(BluetoothPeripheral, NYBPeripheralClass)
 };
-template <typename ClassObject>
-const NYBPeripheralClass& Companion<ClassObject>::staticClass() {
-  static const ClassObject cls({ClassObject::kName,
-                                &NYBPeripheral::staticClass(),
-                                [] { return std::make_shared<Companion>(); },
-                                {},
-                                std::nullopt,
-                                {}});
+const NYBPeripheralClass& BluetoothPeripheral::staticClass() {
+  static const BluetoothClass cls({"NYBBluetoothPeripheral",
+                                   &NYBPeripheral::staticClass(),
+                                   [] { return std::make_shared<BluetoothPeripheral>(); },
+                                   {},
+                                   std::nullopt,
+                                   {}});
   return cls;
 }
-using BluetoothPeripheral = Companion<BluetoothClass>;
-using OCRPeripheral = Companion<OCRClass>;
 
 std::vector<std::uint64_t> ids(const NYBPeripheralList& list) {
   std::vector<std::uint64_t> result;
@@ -79,112 +54,72 @@ std::vector<std::uint64_t> ids(const NYBPeripheralList& list) {
   return result;
 }
 
-NYBDynamicValue throughJSONText(const NYBDictionary& document) {
-  std::optional<std::string> text = NYBJSONSerialization::dataWithJSONObject(document);
-  EXPECT_TRUE(text);
-  return text ? NYBJSONSerialization::JSONObjectWithData(*text) : NYBDynamicValue();
-}
-
 // Companion modules register their classes before records look them up.
-[[maybe_unused]] const bool kRegistered =
-    (BluetoothPeripheral::staticClass(), OCRPeripheral::staticClass(), true);
+[[maybe_unused]] const bool kRegistered = (BluetoothPeripheral::staticClass(), true);
 
-TEST(Peripherals, QueriesFilterTheCatalogueOfTheClassAsked) {
+TEST(Peripherals, TheClassAskedFiltersItsCatalogueNamesItsKindsAndFindsTheEntryOfARecord) {
   const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
-  EXPECT_EQ(ids(bluetooth.peripherals()), (std::vector<std::uint64_t>{1, 2, 3, 4, 6}));
-  EXPECT_EQ(ids(bluetooth.supportedPeripherals()), (std::vector<std::uint64_t>{1, 3, 4, 6}));
-  EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeThermometer)),
-            (std::vector<std::uint64_t>{1, 3}));
-  EXPECT_EQ(ids(bluetooth.peripheralsOfType(NYBPeripheralTypeNone)),
-            (std::vector<std::uint64_t>{6}));
+  EXPECT_EQ((std::vector{ids(bluetooth.peripherals()), ids(bluetooth.supportedPeripherals()),
+                         ids(bluetooth.peripheralsOfType(NYBPeripheralTypeThermometer)),
+                         ids(bluetooth.peripheralsOfType(NYBPeripheralTypeNone))}),
+            (std::vector<std::vector<std::uint64_t>>{
+                {1, 2, 3, 4, 5, 6}, {1, 3, 4, 5, 6}, {1, 3}, {5, 6}}));
   // Disabled entries are still found by number.
-  std::shared_ptr<NYBPeripheral> second = bluetooth.peripheralForID(2);
-  ASSERT_TRUE(second);
-  EXPECT_TRUE(second->disabled());
+  EXPECT_TRUE(bluetooth.peripheralForID(2) && bluetooth.peripheralForID(2)->disabled());
   EXPECT_FALSE(bluetooth.peripheralForID(99));
 
-  std::shared_ptr<NYBPeripheral> first = bluetooth.peripheralForID(1);
-  EXPECT_EQ(first->className(), "NYBBluetoothPeripheral");
-  EXPECT_EQ(first->type(), NYBPeripheralTypeThermometer);
-  EXPECT_EQ(first->name(), "Acme T1");
-  EXPECT_EQ(first->imageURL(),
-            NYBDynamicValue(*NYBURL::URLWithString("https://img.example/t1.png")));
-  EXPECT_EQ(bluetooth.peripheralForID(4)->type(), NYBPeripheralTypePulseOximeter);
-}
+  // Type names are read (the base class's name is not the class's) and written by the class asked.
+  EXPECT_EQ(bluetooth.peripheralForID(4)->type(), NYBPeripheralTypeGlucose);
+  const NYBDynamicValue document = NYBJSONSerialization::JSONObjectWithData(
+      R"({"ID":8,"Type":"bt Heart Rate Monitor","Model":"H1","Manufacturer":"Pulse",
+      "PeripheralImageURL":"https://img.example/h1.png?size=2","Disabled":false})");
+  auto heartRate = BluetoothPeripheral::modelFromJSONObject(document);
+  EXPECT_EQ(heartRate->type(), NYBPeripheralTypeHeartRate);
+  EXPECT_EQ(NYBDynamicValue(heartRate->JSONObject()), document);
 
-TEST(Peripherals, TypeNamesAreReadAndWrittenByTheClassAsked) {
-  const NYBPeripheralClass& ocr = OCRPeripheral::staticClass();
-  EXPECT_EQ(ocr.peripheralForID(3)->type(), NYBPeripheralTypeGlucose);
-  EXPECT_EQ(ocr.peripheralForID(4)->type(), NYBPeripheralTypeNone);  // the base class's name
-
-  auto entry = std::make_shared<OCRPeripheral>();
-  entry->setPeripheralID(8);
-  entry->setType(NYBPeripheralTypeHeartRate);
-  entry->setModel("H1");
-  entry->setManufacturer("Pulse");
-  entry->setImageURL(*NYBURL::URLWithString("https://img.example/h1.png?size=2"));
-  NYBDynamicValue written = throughJSONText(entry->JSONObject());
-  EXPECT_EQ(written, NYBJSONSerialization::JSONObjectWithData(
-                         R"({"ID":8,"Type":"ocr Heart Rate Monitor","Model":"H1",
-                         "Manufacturer":"Pulse","PeripheralImageURL":"https://img.example/h1.png?size=2",
-                         "Disabled":false})"));
-  EXPECT_TRUE(OCRPeripheral::modelFromJSONObject(written)->isEqual(*entry));
-  auto base = NYBPeripheral::modelWithDictionary(entry->dictionaryValue());
-  EXPECT_EQ(base->JSONObject()["Type"], NYBDynamicValue("Heart Rate Monitor"));
-}
-
-TEST(Peripherals, RecordsAreMadeForTheirKindAndFindTheirEntryAfterTheArchiveAndJSON) {
-  const NYBPeripheralClass& bluetooth = BluetoothPeripheral::staticClass();
-  struct {
-    const NYBPeripheralClass& cls;
-    std::uint64_t id;
-    const NYBClass& recordClass;
-  } kinds[] = {{bluetooth, 1, NYBBiometrics::staticClass()},
-               {OCRPeripheral::staticClass(), 3, NYBDiabetes::staticClass()}};
-  for (const auto& kind : kinds) {
-    std::shared_ptr<NYBPeripheral> entry = kind.cls.peripheralForID(kind.id);
+  // Records are made for their kind, and find their entry again after JSON.
+  const std::pair<std::uint64_t, const NYBClass&> kinds[] = {{1, NYBBiometrics::staticClass()},
+                                                             {4, NYBDiabetes::staticClass()}};
+  for (const auto& [id, recordClass] : kinds) {
+    std::shared_ptr<NYBPeripheral> entry = bluetooth.peripheralForID(id);
     const NYBDate before = NYBDate::now();
     std::shared_ptr<NYBRecord> record = NYBRecord::newRecordFromPeripheral(entry);
     ASSERT_TRUE(record);
-    EXPECT_TRUE(record->isMemberOfClass(kind.recordClass)) << record->className();
-    EXPECT_EQ(record->originalSource(), entry->manufacturer());
-    EXPECT_EQ(record->sourcePeripheral(), entry->model());
-    EXPECT_EQ(record->validated(), NYBDynamicValue(true));
+    EXPECT_TRUE(record->isMemberOfClass(recordClass)) << record->className();
+    EXPECT_EQ(NYBArray({record->originalSource(), record->sourcePeripheral(), record->validated()}),
+              NYBArray({entry->manufacturer(), entry->model(), true}));
     EXPECT_EQ(record->activityID().stringView().size(), 36u);
     EXPECT_TRUE(record->timestamp().date() >= before &&
                 record->timestamp().date() <= NYBDate::now());
     EXPECT_EQ(record->peripheral(), entry);
     const NYBDictionary& extras = *record->extras().dictionary();
-    EXPECT_EQ(extras["peripheral_id"], NYBDynamicValue(kind.id));
-    EXPECT_EQ(extras["connection_type"], NYBDynamicValue(kind.cls.connectionType()));
-
-    // The archive brings the peripheral itself back.
-    auto unarchived = NYBKeyedUnarchiver::unarchiveObjectWithData(
-                          NYBKeyedArchiver::archivedDataWithRootObject(record))
-                          .objectAs<NYBRecord>();
-    ASSERT_TRUE(unarchived && unarchived->peripheral());
-    EXPECT_TRUE(unarchived->peripheral()->isEqual(*entry));
-    EXPECT_TRUE(unarchived->isEqual(*record));
+    EXPECT_EQ(extras["peripheral_id"], NYBDynamicValue(id));
+    EXPECT_EQ(extras["connection_type"], NYBDynamicValue("Bluetooth LE"));
 
     // JSON carries only the extras entries; the catalogue of the class that
     // answers the connection type gives the entry back, and the record keeps it.
     auto parsed = std::static_pointer_cast<NYBRecord>(
-        record->classObject().modelFromJSONObject(throughJSONText(record->JSONObject())));
+        record->classObject().modelFromJSONObject(record->JSONObject()));
     EXPECT_TRUE(parsed->associatedPeripheral().isAbsent());
     std::shared_ptr<NYBPeripheral> found = parsed->peripheral();
     ASSERT_TRUE(found);
-    EXPECT_EQ(&found->classObject(), &kind.cls);
-    EXPECT_TRUE(found->isEqual(*entry));
+    EXPECT_TRUE(&found->classObject() == &bluetooth && found->isEqual(*entry));
     EXPECT_EQ(parsed->peripheral(), found);
   }
   EXPECT_FALSE(bluetooth.peripheralForID(6)->record());  // a kind without a record type
   EXPECT_FALSE(NYBRecord::newRecordFromPeripheral(nullptr));
 
-  // The base class answers "Unknown"; associating nothing removes the link.
+  // The base class names kinds in its own words and answers "Unknown"; associating nothing
+  // removes the link.
+  auto plain = NYBPeripheral::modelWithDictionary({});
+  plain->setPeripheralID(7);
+  plain->setType(NYBPeripheralTypeHeartRate);
+  plain->setManufacturer("Pulse");
+  plain->setModel("H1");
+  EXPECT_EQ(plain->JSONObject()["Type"], NYBDynamicValue("Heart Rate Monitor"));
+  EXPECT_EQ(plain->name(), "Pulse H1");
   NYBWeight weight;
   weight.setExtras({});
-  auto plain = std::make_shared<NYBPeripheral>();
-  plain->setPeripheralID(7);
   weight.associatePeripheral(plain);
   EXPECT_EQ(weight.extras(),
             NYBDynamicValue(NYBDictionary{{"peripheral_id", 7u}, {"connection_type", "Unknown"}}));
@@ -192,11 +127,10 @@ TEST(Peripherals, RecordsAreMadeForTheirKindAndFindTheirEntryAfterTheArchiveAndJ
   EXPECT_TRUE(weight.extras().isAbsent());
   EXPECT_FALSE(weight.peripheral());
 
-  // A connection type that no present class answers, or a missing entry,
-  // finds nothing.
+  // A connection type that no present class answers, or a missing entry, finds nothing.
   for (const char* json : {R"({"extras":{"peripheral_id":1,"connection_type":"NFC"}})",
                            R"({"extras":{"peripheral_id":1}})",
-                           R"({"extras":{"peripheral_id":42,"connection_type":"OCR"}})"}) {
+                           R"({"extras":{"peripheral_id":42,"connection_type":"Bluetooth LE"}})"}) {
     auto record =
         NYBBiometrics::modelFromJSONObject(NYBJSONSerialization::JSONObjectWithData(json));
     EXPECT_FALSE(record->peripheral()) << json;
