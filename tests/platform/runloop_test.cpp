@@ -43,7 +43,13 @@ TEST(RunLoop, TheMainLoopRunsBlocksInOrderOnTheThreadThatDrivesIt) {
       [&] { return std::this_thread::get_id() == driver && NYBRunLoop::isMainThread(); });
   EXPECT_EQ(NYBRunLoop::current().get(), &loop);
 
-  // Other threads' loops are proven by the reachability monitor started on another thread.
+  std::thread([&] {
+    const auto own = NYBRunLoop::current();  // another thread's loop is its own
+    EXPECT_NE(own.get(), &loop);
+    EXPECT_EQ(own, NYBRunLoop::current());
+    EXPECT_FALSE(NYBRunLoop::isMainThread());
+  }).join();
+
   // The main queue runs on this loop; sync from another thread waits for it,
   // sync from the main thread itself runs at once.
   std::atomic<bool> done{false};

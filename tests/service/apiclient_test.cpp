@@ -1,4 +1,4 @@
-// The REST client against a real server on 127.0.0.1 (the base URL from NYMBREL_BASE_URL).
+// The REST client against a real server on 127.0.0.1 (its base URL set by NYBSetRequestBaseURL).
 #include <gtest/gtest.h>
 
 #include "NymbrelCore/NYBAPIClient.h"
