@@ -61,7 +61,8 @@ TEST_F(RecordsTest, PostStampsRecordsAndAnswersThemUnderTheirRoot) {
   // Listed in order under ids of their own; readable one by one; other users and roots see none.
   std::set<std::string> ids;
   std::string activities;
-  for (const auto& each : server.records("weight").GetArray()) {
+  const auto stored = server.records("weight");  // the loop must not outlive the document
+  for (const auto& each : stored.GetArray()) {
     ids.insert(each["_id"].GetString());
     activities += each["activity_id"].GetString();
   }
