@@ -268,10 +268,15 @@ const NYBDynamicValue& NYBSessionData::imageFilenames() const {
 }
 
 void NYBSessionData::setImageFilenames(NYBDynamicValue imageFilenames) {
+  // A dictionary lives on in the map alone (a loaded archive's would double
+  // the map's memory); any other value is kept to be given back as it was.
   const NYBDictionary* dictionary = imageFilenames.dictionary();
   *photos_ = dictionary != nullptr ? PhotoMap(*dictionary) : PhotoMap();
-  imageFilenames_ = std::move(imageFilenames);
-  imageFilenamesCached_ = true;
+  changedPhotos();
+  if (dictionary == nullptr) {
+    imageFilenames_ = std::move(imageFilenames);
+    imageFilenamesCached_ = true;
+  }
 }
 
 void NYBSessionData::addRecord(const std::shared_ptr<NYBRecord>& record,

@@ -205,7 +205,10 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
  private:
   NYBDynamicValue recordsValue() const { return records(); }
   NYBDynamicValue imageFilenamesValue() const { return imageFilenames(); }
-  void changedPhotos() { imageFilenamesCached_ = false; }
+  void changedPhotos() {
+    imageFilenamesCached_ = false;
+    imageFilenames_ = NYBDynamicValue();  // not held beside the map until the next read
+  }
   void changedQueue() { recordsCached_ = false; }
   // The queue, made from records_ first when an array was set.
   session::RecordQueue& queue() const;
@@ -217,8 +220,8 @@ class NYB_EXPORT NYBSessionData : public NYBModel {
   mutable bool queueStale_ = false;
   mutable std::size_t damagedRecords_ = 0;
   std::unique_ptr<session::PhotoMap> photos_;
-  // imageFilenames() as last made; a value that is not a dictionary, when one
-  // was set.
+  // imageFilenames() as last made, if read since the last change; a value
+  // that is not a dictionary, when one was set.
   mutable NYBDynamicValue imageFilenames_;
   mutable bool imageFilenamesCached_ = false;
   NYBDynamicValue user_;
